@@ -1,0 +1,103 @@
+// The listing of cells that `cells` and the other listing verbs print.
+#include <charconv>
+#include <string>
+
+#include "base/alloc.h"
+#include "base/text.h"
+#include "cli/verbs.h"
+#include "model/value.h"
+#include "model/workbook.h"
+
+static std::string Escape(const std::string& text) {
+  std::string out;
+  for (char c : text) {
+    switch (c) {
+      case '\t':
+        out += "\\t";
+        break;
+      case '\n':
+        out += "\\n";
+        break;
+      case '\r':
+        out += "\\r";
+        break;
+      case '\\':
+        out += "\\\\";
+        break;
+      default:
+        out += c;
+    }
+  }
+  return out;
+}
+
+static std::string A1Address(uint32_t row, uint32_t col) {
+  std::string letters;
+  uint32_t n = col + 1;
+  while (n) {
+    letters.insert(letters.begin(), static_cast<char>('A' + (n - 1) % 26));
+    n = (n - 1) / 26;
+  }
+  return letters + std::to_string(row + 1);
+}
+
+static const char* TypeLetter(uint16_t tag) {
+  switch (tag) {
+    case ValueNumber:
+      return "n";
+    case ValueText:
+      return "s";
+    case ValueBoolean:
+      return "b";
+    case ValueError:
+      return "e";
+    default:
+      return "-";
+  }
+}
+
+static std::string ValueField(const Value& v) {
+  switch (v.tag) {
+    case ValueNumber: {
+      char buffer[32];
+      auto result = std::to_chars(buffer, buffer + sizeof buffer, v.number);
+      return std::string(buffer, result.ptr);
+    }
+    case ValueText:
+      return Escape(TextToUtf8(v.text));
+    case ValueBoolean:
+      return v.boolean ? "1" : "0";
+    case ValueError:
+      return TextToUtf8(ErrorText(v.error));
+    default:
+      return "";
+  }
+}
+
+// The text the sheet shows for a value; plain General formatting.
+static std::string DisplayedField(uint32_t book, uint32_t sheet, const Cell* cell) {
+  Value shown;
+  EvalContext ctx{book, sheet, cell->row, cell->col, 0};
+  if (!CopyValue(&shown, &cell->value)) return "";
+  if (shown.tag == ValueEmpty) return "";
+  CoerceValue(&shown, ValueText, &ctx);
+  std::string text = shown.tag == ValueText ? Escape(TextToUtf8(shown.text)) : "";
+  FreeValue(&shown);
+  return text;
+}
+
+void PrintCells(FILE* out, uint32_t book, int32_t onlySheet) {
+  const Workbook* wb = GetWorkbook(book);
+  for (uint32_t s = 0; s < wb->sheetCount; s++) {
+    if (onlySheet >= 0 && s != static_cast<uint32_t>(onlySheet)) continue;
+    const Sheet* sheet = wb->sheets[s];
+    if (!SheetHasCells(sheet)) continue;
+    for (uint32_t i = 0; i < sheet->cells.count; i++) {
+      const Cell* cell = sheet->cells.cells[i];
+      std::string line = std::to_string(s) + "\t" + A1Address(cell->row, cell->col) + "\t" +
+                         TypeLetter(cell->value.tag) + "\t" + ValueField(cell->value) + "\t" + "" +
+                         "\t" + DisplayedField(book, s, cell) + "\n";
+      std::fputs(line.c_str(), out);
+    }
+  }
+}

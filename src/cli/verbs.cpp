@@ -1,0 +1,47 @@
+// The verb table of tessarel-cli and the options every verb shares.
+#include "cli/verbs.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "format/locale.h"
+
+const CliVerb CliVerbs[] = {
+    {"entries", "entries FILE: store each line of FILE as a typed entry in column A, list cells",
+     RunEntries},
+    {nullptr, nullptr, nullptr},
+};
+
+int ReadCliOptions(int argc, char** argv, CliOptions* options, const char* verb, int allowRecalc,
+                   int allowSheet) {
+  *options = CliOptions{0, -1, 0, nullptr};
+  LocaleId locale = LocaleFromEnvironment();
+  int i = 0;
+  for (; i < argc && argv[i][0] == '-' && argv[i][1] == '-'; i++) {
+    const char* option = argv[i];
+    if (!std::strcmp(option, "--locale") && i + 1 < argc) {
+      if (!LocaleFromTag(argv[++i], &locale)) {
+        std::fprintf(stderr, "tessarel-cli %s: unknown locale '%s' (fr-FR or en-US)\n", verb,
+                     argv[i]);
+        return 0;
+      }
+    } else if (allowRecalc && !std::strcmp(option, "--recalc")) {
+      options->recalc = 1;
+    } else if (allowSheet && !std::strcmp(option, "--sheet") && i + 1 < argc) {
+      char* end;
+      long n = std::strtol(argv[++i], &end, 10);
+      if (*end || n < 0 || n > 32766) {
+        std::fprintf(stderr, "tessarel-cli %s: --sheet takes a sheet index from 0\n", verb);
+        return 0;
+      }
+      options->sheet = static_cast<int32_t>(n);
+    } else {
+      std::fprintf(stderr, "tessarel-cli %s: unknown option '%s'\n", verb, option);
+      return 0;
+    }
+  }
+  ApplyLocale(locale);
+  options->positionalCount = argc - i;
+  options->positional = argv + i;
+  return 1;
+}

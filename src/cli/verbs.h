@@ -1,0 +1,29 @@
+// The verbs of tessarel-cli, their shared options and the printing of cells.
+#pragma once
+#include <cstdint>
+#include <cstdio>
+
+struct CliVerb {
+  const char* name;
+  const char* summary;
+  int (*run)(int argc, char** argv);  // arguments after the verb
+};
+
+extern const CliVerb CliVerbs[];  // ends with a row whose name is null
+
+// Options that every verb takes, read from the front of the argument list.
+struct CliOptions {
+  int recalc;
+  int32_t sheet;  // -1 for all sheets
+  int positionalCount;
+  char** positional;
+};
+// Reads the options and applies the locale; returns 0 after printing a usage error.
+int ReadCliOptions(int argc, char** argv, CliOptions* options, const char* verb, int allowRecalc,
+                   int allowSheet);
+
+// One line per stored cell of a workbook (or of one sheet), tab-separated: sheet index, A1
+// address, type letter, value, formula text, displayed text.
+void PrintCells(FILE* out, uint32_t book, int32_t sheet);
+
+int RunEntries(int argc, char** argv);

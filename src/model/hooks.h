@@ -1,0 +1,32 @@
+// Calls from the model into subsystems that sit above it: calculation and dependency marking,
+// form controls, row fitting, the undo stack and the clipboard. Each is one named function; the
+// subsystem that owns the work provides its body, so the model's call sites never change.
+#pragma once
+#include <cstdint>
+
+#include "model/cells.h"
+#include "model/names.h"
+
+// Recalculation (formula/recalc.cpp).
+int BuildPrecedents(uint32_t book, uint32_t sheet, Cell* cell);
+int CalculateCell(uint32_t book, uint32_t sheet, Cell* cell);
+void MarkDependents(uint32_t book, uint32_t sheet, Cell* cell, int markSelf);
+
+// Form controls linked to a cell are brought up to date after it changes (objects/).
+void UpdateLinkedControls(uint32_t book, uint32_t sheet, uint32_t row, uint32_t col);
+
+// Row fitting needs text measurement, which only the shell has; it installs this hook.
+using FitRowHook = void (*)(uint32_t book, uint32_t sheet, uint32_t row);
+void SetFitRowHook(FitRowHook hook);
+void FitRowToContents(uint32_t book, uint32_t sheet, uint32_t row);
+
+// Closing a workbook drops or renumbers what the undo stack and the clipboard hold of it.
+void ForgetWorkbookInUndo(uint32_t book);
+void ForgetWorkbookInClipboard(uint32_t book);
+
+// Loading a closed workbook quietly to serve a link (files/open).
+int LoadWorkbookForLinks(const char16_t* path, uint32_t* book);
+
+// A name's formula evaluated to a reference on a macro sheet (formula/evaluator.cpp).
+int NameIsMacroCell(uint32_t book, uint32_t sheet, const FormulaTokens* tokens, uint32_t* outBook,
+                    uint32_t* outSheet, Range* out);
