@@ -1,23 +1,10 @@
 // Bodies of the model's calls into the subsystems above it, for as long as those subsystems do
-// not provide their own. Each one does the least that keeps the model consistent: a formula cell
-// keeps its cached result, nothing depends on anything, the undo stack and the clipboard hold no
-// workbook, and no closed workbook can be loaded for a link.
+// not provide their own. Each one does the least that keeps the model consistent: no form control
+// is linked, the undo stack and the clipboard hold no workbook, and no closed workbook can be
+// loaded for a link.
 #include "model/hooks.h"
 
 static FitRowHook fitRowHook;
-
-int BuildPrecedents(uint32_t, uint32_t, Cell* cell) {
-  cell->precedentCount = 0;
-  cell->isVolatile = 0;
-  return 1;
-}
-
-int CalculateCell(uint32_t, uint32_t, Cell* cell) {
-  if (cell->state < CellCalculated) cell->state = CellCalculated;
-  return 1;
-}
-
-void MarkDependents(uint32_t, uint32_t, Cell*, int) {}
 
 void UpdateLinkedControls(uint32_t, uint32_t, uint32_t, uint32_t) {}
 
@@ -34,9 +21,5 @@ void ForgetWorkbookInUndo(uint32_t) {}
 void ForgetWorkbookInClipboard(uint32_t) {}
 
 int LoadWorkbookForLinks(const char16_t*, uint32_t*) {
-  return 0;
-}
-
-int NameIsMacroCell(uint32_t, uint32_t, const FormulaTokens*, uint32_t*, uint32_t*, Range*) {
   return 0;
 }

@@ -1,0 +1,27 @@
+// Recalculation: lazy, with no calculation chain. A formula cell knows only what it reads (its
+// precedents); a change marks the cells that read it dirty, and a dirty cell is worked out when
+// somebody wants its value, by a depth-first walk over its precedents on an explicit stack.
+#pragma once
+#include <cstdint>
+
+#include "model/cells.h"
+#include "model/range.h"
+
+// BuildPrecedents, CalculateCell and MarkDependents are declared with the model's hooks
+// (model/hooks.h), since the cell store calls them.
+#include "model/hooks.h"
+
+// Marks everything that reads `range` of (book, sheet) dirty, transitively.
+void PropagateDirty(uint32_t book, uint32_t sheet, const Range* range);
+// Marks every volatile formula cell of the current workbook's worksheets dirty.
+void RefreshVolatiles();
+// Marks every formula cell of one sheet of the current workbook dirty, without scanning.
+void DirtySheet(uint32_t sheet);
+// DirtySheet on each worksheet of the current workbook.
+void RecalculateWorkbook();
+// Calculates the cell if needed and makes its display text; the state becomes CellShown.
+int EnsureCellText(uint32_t book, uint32_t sheet, Cell* cell);
+
+// Invalidation of the screen area of a range, which the shell installs; no-op without a shell.
+using InvalidateRangeHook = void (*)(uint32_t book, uint32_t sheet, const Range* range);
+void SetInvalidateRangeHook(InvalidateRangeHook hook);

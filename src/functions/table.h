@@ -1,0 +1,52 @@
+// The function table: every built-in function, worksheet and macro alike, is a row of one of two
+// constant tables sorted by name (case ignored). The evaluator dispatches through it by BIFF
+// number, the parser finds names in it, the formula printer turns numbers back into names.
+#pragma once
+#include <cstdint>
+
+#include "model/value.h"
+
+// A handler receives the 30-slot frame: the arguments in order, empty slots after them. It may
+// change its arguments in place (the caller releases what remains) and writes `result`.
+using FunctionHandler = void (*)(Value* args, Value* result, const EvalContext* ctx);
+
+constexpr int FunctionFrameSize = 30;
+
+struct FunctionEntry {
+  const char16_t* name;  // upper case
+  const char* args;      // one class letter per parameter; upper case required
+  FunctionHandler handler;
+  uint32_t info;  // main table: number in bits 0-15, category 16-23, format hint 24-31
+  const char16_t* help;
+};
+
+inline uint32_t FunctionNumber(const FunctionEntry* e) {
+  return e->info & 0xFFFF;
+}
+inline uint32_t FunctionCategory(const FunctionEntry* e) {
+  return (e->info >> 16) & 0xFF;
+}
+inline int8_t FunctionFormatHint(const FunctionEntry* e) {
+  return static_cast<int8_t>(e->info >> 24);
+}
+
+constexpr uint32_t CategoryMacroControl = 11;
+constexpr uint32_t CategoryMacroCommand = 12;
+
+struct FunctionTables {
+  const FunctionEntry* main;
+  uint32_t mainCount;
+  const FunctionEntry* addIn;  // info holds only the category
+  uint32_t addInCount;
+};
+
+// The tables in force: the built-in ones, unless a test has put its own in place.
+const FunctionTables* ActiveFunctionTables();
+// Replaces the tables in force (tests); null restores the built-in ones.
+void SetFunctionTables(const FunctionTables* tables);
+
+// The main-table row with that BIFF number, or null.
+const FunctionEntry* FindFunctionByNumber(uint32_t number);
+
+// The handler of the rows that have no implementation: they parse, compile, save and give FALSE.
+void NotImplementedFunction(Value* args, Value* result, const EvalContext* ctx);
