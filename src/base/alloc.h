@@ -14,8 +14,8 @@ void SetOutOfMemoryHook(OutOfMemoryHook hook);
 // Returns a zeroed block of `size` bytes, or null after reporting. A size of 0 gives a 1-byte
 // block.
 void* Allocate(size_t size);
-// Resizes `block` (which may be null); the added bytes are zeroed only when `oldSize` is given.
-// On failure the old block is left untouched and null is returned.
+// Resizes `block` (which may be null) from `oldSize` to `newSize` bytes; the bytes from `oldSize`
+// on are zeroed. On failure the old block is left untouched and null is returned.
 void* Reallocate(void* block, size_t oldSize, size_t newSize);
 // Releases a block from Allocate or Reallocate; null is allowed.
 void Release(void* block);

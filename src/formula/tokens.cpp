@@ -329,7 +329,7 @@ int ValidateTokens(const FormulaTokens* tokens, int32_t context, const char** re
           }
           count = static_cast<uint32_t>(std::strlen(entry->args));
         } else {
-          count = b[p + 1];
+          count = b[p + 1] & 0x7Fu;  // the eighth bit asks a command to show its dialog
         }
         if (count > FunctionFrameSize) ok = 0, why = "too many arguments";
         need = count, push = 1;

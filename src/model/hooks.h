@@ -11,6 +11,9 @@
 int BuildPrecedents(uint32_t book, uint32_t sheet, Cell* cell);
 int CalculateCell(uint32_t book, uint32_t sheet, Cell* cell);
 void MarkDependents(uint32_t book, uint32_t sheet, Cell* cell, int markSelf);
+// After a defined name changed or went: every formula of the workbook that uses the name (by its
+// 0-based index) gets its precedents again and, unless dirty already, is marked with its readers.
+void RenewNameUsers(uint32_t book, uint32_t nameIndex);
 
 // Form controls linked to a cell are brought up to date after it changes (objects/).
 void UpdateLinkedControls(uint32_t book, uint32_t sheet, uint32_t row, uint32_t col);

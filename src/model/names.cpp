@@ -47,14 +47,15 @@ int AddName(uint32_t book, const DefinedName* name, uint32_t* index) {
   Workbook* wb = GetWorkbook(book);
   if (!GrowByOne(&wb->names, wb->nameCount)) return 0;
   wb->names[wb->nameCount] = *name;
-  *index = wb->nameCount++;
+  if (index) *index = wb->nameCount;
+  wb->nameCount++;
   return 1;
 }
 
 void DeleteName(uint32_t book, uint32_t index, int removeEntry) {
+  if (index >= GetWorkbook(book)->nameCount) return;
+  RenewNameUsers(book, index);
   Workbook* wb = GetWorkbook(book);
-  if (index >= wb->nameCount) return;
-  // The cells whose formulas use the name are marked for renewal here once recalculation exists.
   DefinedName* name = &wb->names[index];
   FreeTokens(&name->formula);
   if (!removeEntry) return;

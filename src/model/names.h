@@ -68,6 +68,7 @@ struct ResolvedLink {
 // local to that sheet wins over a global one. -1 when there is none.
 int32_t FindName(uint32_t book, uint32_t sheet, const char16_t* text);
 // Appends a name (ownership of `name->name` and its formula passes on success); 0 on lost memory.
+// `index`, when not null, receives its 0-based position.
 int AddName(uint32_t book, const DefinedName* name, uint32_t* index);
 // Frees the name's formula and, with removeEntry, takes the entry out. Token indices are 1-based
 // into the array, so a caller keeps the entry while tokens may still refer to it.

@@ -196,6 +196,13 @@ void TextToRefList(Value* v, char16_t* text, const EvalContext*) {
   *v = ErrorValue(ErrValue);
 }
 
+void PrepareCellForRead(uint32_t book, uint32_t sheet, Cell* cell) {
+  if (cell->state == CellCalculating)
+    GetWorkbook(book)->circularHit = 1;
+  else if (cell->state == CellDirty && cell->formula.bytes)
+    CalculateCell(book, sheet, cell);
+}
+
 static bool ValidSheet(uint32_t book, uint32_t sheet) {
   return book < App.workbookCount && sheet < App.workbooks[book].sheetCount &&
          SheetHasCells(App.workbooks[book].sheets[sheet]);
@@ -209,7 +216,7 @@ int ReadCellValue(uint32_t book, uint32_t sheet, uint32_t row, uint32_t col, Val
   }
   Cell* cell = CellAt(&GetSheet(book, sheet)->cells, row, col);
   if (!cell) return 1;
-  if (cell->state == CellDirty && cell->formula.bytes) CalculateCell(book, sheet, cell);
+  PrepareCellForRead(book, sheet, cell);
   if (!CopyValue(out, &cell->value)) {
     *out = ErrorValue(ErrNA);
     return 0;
@@ -294,10 +301,7 @@ static void ReferenceToArray(Value* v, const EvalContext* ctx) {
   CellRangeWalk walk;
   BeginRangeWalk(&walk, &GetSheet(book, sheet)->cells, &area);
   while (Cell* cell = NextCellInRange(&walk)) {
-    if (cell->state == CellCalculating)
-      GetWorkbook(book)->circularHit = 1;
-    else if (cell->state == CellDirty && cell->formula.bytes)
-      CalculateCell(book, sheet, cell);
+    PrepareCellForRead(book, sheet, cell);
     Value* element =
         &v->elements[(cell->row - area.firstRow) * columns + (cell->col - area.firstCol)];
     if (cell->value.tag == ValueText && !cell->value.text) {

@@ -129,6 +129,10 @@ void ImplicitIntersect(Value* v, const EvalContext* ctx);
 void ArrayElementForCell(Value* v, const EvalContext* ctx);
 // What a finished formula's result goes through before it is stored in its cell.
 void SettleCellResult(Value* v, const EvalContext* ctx);
+// Brings a stored cell up to date before its value is read: a dirty formula is calculated, and
+// a cell on the calculation stack is read as it stands, which records the circular reference.
+struct Cell;
+void PrepareCellForRead(uint32_t book, uint32_t sheet, Cell* cell);
 // Deep copy of a cell's value, calculating the cell first if it is dirty; a cell that is not
 // stored gives an empty value. Returns 0 when memory runs out (the value is then #N/A).
 int ReadCellValue(uint32_t book, uint32_t sheet, uint32_t row, uint32_t col, Value* out);

@@ -25,6 +25,10 @@ struct TokenBuilder {
     return *this;
   }
   TokenBuilder& Op(uint8_t ptg) { return Byte(ptg); }
+  // An operand opcode of the given class: the base's class bits are replaced by `cls`.
+  TokenBuilder& Operand(uint8_t ptg, uint8_t cls) {
+    return Byte(static_cast<uint8_t>((ptg & 0x1F) | cls));
+  }
   TokenBuilder& Int(uint16_t n) { return Byte(ptgInt).Word(n); }
   TokenBuilder& Num(double d) {
     Byte(ptgNum);
@@ -50,7 +54,7 @@ struct TokenBuilder {
   }
   TokenBuilder& Ref(uint16_t row, uint8_t col, uint8_t cls = ClassValue, bool rowRel = true,
                     bool colRel = true) {
-    return Byte(ptgRef | cls)
+    return Operand(ptgRef, cls)
         .Word(row)
         .Byte(col)
         .Byte(static_cast<uint8_t>((rowRel ? RefRowRelative : 0) | (colRel ? RefColRelative : 0)));
@@ -59,31 +63,33 @@ struct TokenBuilder {
   TokenBuilder& Area(uint16_t r1, uint16_t r2, uint8_t c1, uint8_t c2, uint8_t cls = ClassReference,
                      bool rel = true) {
     uint8_t flags = rel ? RefRowRelative | RefColRelative : 0;
-    return Byte(ptgArea | cls).Word(r1).Word(r2).Byte(c1).Byte(flags).Byte(c2).Byte(flags);
+    return Operand(ptgArea, cls).Word(r1).Word(r2).Byte(c1).Byte(flags).Byte(c2).Byte(flags);
   }
   TokenBuilder& RefN(int16_t row, int8_t col, uint8_t cls = ClassValue) {
-    return Byte(ptgRefN | cls)
+    return Operand(ptgRefN, cls)
         .Word(static_cast<uint16_t>(row))
         .Byte(static_cast<uint8_t>(col))
         .Byte(RefRowRelative | RefColRelative);
   }
   TokenBuilder& Ref3d(uint16_t link, uint16_t row, uint8_t col, uint8_t cls = ClassValue) {
-    return Byte(ptgRef3d | cls).Word(link).Word(row).Byte(col).Byte(0);
+    return Operand(ptgRef3d, cls).Word(link).Word(row).Byte(col).Byte(0);
   }
   TokenBuilder& Area3d(uint16_t link, uint16_t r1, uint16_t r2, uint8_t c1, uint8_t c2,
                        uint8_t cls = ClassReference) {
-    return Byte(ptgArea3d | cls).Word(link).Word(r1).Word(r2).Byte(c1).Byte(0).Byte(c2).Byte(0);
+    return Operand(ptgArea3d, cls).Word(link).Word(r1).Word(r2).Byte(c1).Byte(0).Byte(c2).Byte(0);
   }
-  TokenBuilder& RefErr(uint8_t cls = ClassValue) { return Byte(ptgRefErr | cls).Word(0).Word(0); }
+  TokenBuilder& RefErr(uint8_t cls = ClassValue) { return Operand(ptgRefErr, cls).Word(0).Word(0); }
   TokenBuilder& Name(uint16_t index, uint8_t cls = ClassValue) {
-    return Byte(ptgName | cls).Word(index).Word(0);
+    return Operand(ptgName, cls).Word(index).Word(0);
   }
   TokenBuilder& NameX(uint16_t link, uint16_t index, uint8_t cls = ClassValue) {
-    return Byte(ptgNameX | cls).Word(link).Word(index).Word(0);
+    return Operand(ptgNameX, cls).Word(link).Word(index).Word(0);
   }
-  TokenBuilder& Func(uint16_t id, uint8_t cls = ClassValue) { return Byte(ptgFunc | cls).Word(id); }
+  TokenBuilder& Func(uint16_t id, uint8_t cls = ClassValue) {
+    return Operand(ptgFunc, cls).Word(id);
+  }
   TokenBuilder& FuncVar(uint16_t id, uint8_t argc, uint8_t cls = ClassValue) {
-    return Byte(ptgFuncVar | cls).Byte(argc).Word(id);
+    return Operand(ptgFuncVar, cls).Byte(argc).Word(id);
   }
   TokenBuilder& Attr(uint8_t kind, uint16_t operand = 0) {
     return Byte(ptgAttr).Byte(kind).Word(operand);
@@ -141,7 +147,7 @@ struct TokenBuilder {
   // An array constant of numbers, texts, booleans and errors, row-major.
   TokenBuilder& Array(uint8_t rows, uint8_t columns, std::initializer_list<Value> elements,
                       uint8_t cls = ClassArray) {
-    Byte(ptgArray | cls);
+    Operand(ptgArray, cls);
     for (int i = 0; i < 7; i++) Byte(0);
     extra.push_back(static_cast<uint8_t>(columns - 1));
     extra.push_back(static_cast<uint8_t>(rows - 1));
