@@ -9,6 +9,7 @@
 const CliVerb CliVerbs[] = {
     {"entries", "entries FILE: store each line of FILE as a typed entry in column A, list cells",
      RunEntries},
+    {"functions", "functions: the function table, one row per function", RunFunctions},
     {nullptr, nullptr, nullptr},
 };
 

@@ -27,3 +27,4 @@ int ReadCliOptions(int argc, char** argv, CliOptions* options, const char* verb,
 void PrintCells(FILE* out, uint32_t book, int32_t sheet);
 
 int RunEntries(int argc, char** argv);
+int RunFunctions(int argc, char** argv);

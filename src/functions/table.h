@@ -45,8 +45,14 @@ const FunctionTables* ActiveFunctionTables();
 // Replaces the tables in force (tests); null restores the built-in ones.
 void SetFunctionTables(const FunctionTables* tables);
 
-// The main-table row with that BIFF number, or null.
+// The main-table row with that BIFF number, or null. Where an old name shares its number with
+// the new one, the row that works is found.
 const FunctionEntry* FindFunctionByNumber(uint32_t number);
+// The name of the main-table row with that number, or null.
+const char16_t* FunctionNameByNumber(uint32_t number);
+// Binary search of the main table, then of the add-in table, ignoring case, for the `length`
+// characters at `name`; `isAddIn` (when not null) tells which table answered.
+const FunctionEntry* FindFunctionByName(const char16_t* name, uint32_t length, int* isAddIn);
 
 // The handler of the rows that have no implementation: they parse, compile, save and give FALSE.
 void NotImplementedFunction(Value* args, Value* result, const EvalContext* ctx);

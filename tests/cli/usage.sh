@@ -30,6 +30,13 @@ if [ "$(cat /tmp/tessarel-cli-out.$$)" != "$expected" ]; then
 fi
 check "entries en-US" 0 "$cli" entries --locale en-US /tmp/tessarel-entries.$$
 grep -q $'^0\tA1\tn\t15\t\t15$' /tmp/tessarel-cli-out.$$ || { echo "FAIL: en-US reads 1,5 as grouped 15"; fail=1; }
+check "functions" 0 "$cli" functions
+[ "$(wc -l </tmp/tessarel-cli-out.$$)" = 832 ] || { echo "FAIL: functions lists 832 rows"; fail=1; }
+grep -q $'^SOMME\t4\t3\tRrrrrrrrrrrrrrrrrrrrrrrrrrrrrr\t' /tmp/tessarel-cli-out.$$ ||
+  { echo "FAIL: functions row of SOMME"; fail=1; }
+grep -q $'^FIN.MOIS\t-1\t2\t' /tmp/tessarel-cli-out.$$ || { echo "FAIL: add-in row"; fail=1; }
+check "functions takes no file" 2 "$cli" functions x
+
 rm -f /tmp/tessarel-cli-out.$$ /tmp/tessarel-cli-err.$$ /tmp/tessarel-entries.$$
 [ $fail = 0 ] && echo "cli usage: all checks passed"
 exit $fail
