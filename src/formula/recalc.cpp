@@ -315,11 +315,30 @@ static int EvaluateFrameCell(const CalcFrame* f) {
   return 1;
 }
 
+// Calculations nest when a formula reaches a dirty cell that its precedents do not show, through
+// a name, INDIRECT or DECALER. Each nesting takes machine stack, so past this depth the dirty
+// cell is read as it stands, as a cell on the calculation stack is, and stays dirty.
+constexpr int MaxNestedCalculations = 500;
+static int nestedCalculations;
+
+static int CalculateOutermost(uint32_t book, uint32_t sheet, Cell* cell);
+
 int CalculateCell(uint32_t book, uint32_t sheet, Cell* cell) {
   if (!cell->formula.bytes) {
     if (cell->state < CellCalculated) cell->state = CellCalculated;
     return 1;
   }
+  if (nestedCalculations >= MaxNestedCalculations) {
+    GetWorkbook(book)->circularHit = 1;
+    return 1;
+  }
+  nestedCalculations++;
+  int result = CalculateOutermost(book, sheet, cell);
+  nestedCalculations--;
+  return result;
+}
+
+static int CalculateOutermost(uint32_t book, uint32_t sheet, Cell* cell) {
   CalcWalk walk{};
   if (!PushCalcFrame(&walk, book, sheet, cell)) return 1;
   while (walk.frameCount) {
