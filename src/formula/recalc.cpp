@@ -520,10 +520,11 @@ static bool ReadsBatch(Marking* m, uint32_t book, uint32_t sheet, const Cell* ce
   return false;
 }
 
-// Looks at every formula of every worksheet of every open workbook for readers of the batch.
-// Marking changes only states, so each sheet's cell array can be held for the whole sheet.
-static void ScanForReaders(Marking* m) {
-  m->scanning = true;
+// Calls visit(book, sheet, cell) on every formula cell not dirty yet, on every worksheet of every
+// open workbook, until it returns false. Marking changes only states, so each sheet's cell array
+// holds still while it is walked. Returns false when the visit stopped the walk.
+template <typename Visit>
+static bool ForEachCleanFormula(Visit visit) {
   for (uint32_t b = 0; b < App.workbookCount; b++) {
     for (uint32_t s = 0; s < GetWorkbook(b)->sheetCount; s++) {
       const Sheet* sh = GetSheet(b, s);
@@ -532,11 +533,20 @@ static void ScanForReaders(Marking* m) {
       uint32_t count = sh->cells.count;
       for (uint32_t i = 0; i < count; i++) {
         Cell* c = cells[i];
-        if (!c->formula.bytes || c->state == CellDirty) continue;
-        if (c->isVolatile || ReadsBatch(m, b, s, c)) MarkAndQueue(m, b, s, c);
+        if (c->formula.bytes && c->state != CellDirty && !visit(b, s, c)) return false;
       }
     }
   }
+  return true;
+}
+
+// Looks at every formula of every open workbook for readers of the batch.
+static void ScanForReaders(Marking* m) {
+  m->scanning = true;
+  ForEachCleanFormula([m](uint32_t b, uint32_t s, Cell* c) {
+    if (c->isVolatile || ReadsBatch(m, b, s, c)) MarkAndQueue(m, b, s, c);
+    return true;
+  });
   m->scanning = false;
   m->scans++;
 }
@@ -566,38 +576,28 @@ static int AddReaderEntry(Marking* m, const ReaderEntry& e) {
 // column block it covers. Returns 0 when memory runs out or the keys cannot hold the workbooks.
 static int BuildReaderIndex(Marking* m) {
   if (App.workbookCount > 0xFFFF) return 0;
-  for (uint32_t b = 0; b < App.workbookCount; b++) {
-    for (uint32_t s = 0; s < GetWorkbook(b)->sheetCount; s++) {
-      const Sheet* sh = GetSheet(b, s);
-      if (sh->kind != SheetWorksheet) continue;
-      Cell* const* cells = sh->cells.cells;
-      uint32_t count = sh->cells.count;
-      for (uint32_t i = 0; i < count; i++) {
-        Cell* c = cells[i];
-        if (!c->formula.bytes || c->state == CellDirty) continue;
-        for (uint32_t p = 0; p < c->precedentCount; p++) {
-          Range r = c->precedents[p].range;
-          uint32_t targetBook;
-          int32_t first, last;
-          if (r.firstRow > r.lastRow || r.firstCol > r.lastCol) continue;
-          if (!ResolveCached(m, b, s, c->precedents[p].linkIndex, &targetBook, &first, &last))
-            continue;
-          if (targetBook > 0xFFFF) continue;
-          last = std::min<int32_t>(last, static_cast<int32_t>(MaxSheets) - 1);
-          uint32_t k = HeightClass(r);
-          m->heightClassMask |= 1u << k;
-          for (int32_t t = first; t <= last; t++) {
-            for (uint32_t j = r.firstCol >> ColumnBlockShift; j <= r.lastCol >> ColumnBlockShift;
-                 j++) {
-              ReaderEntry e{ReaderKey(targetBook, static_cast<uint32_t>(t), k, j, r.firstRow), c, b,
-                            static_cast<uint16_t>(s), r};
-              if (!AddReaderEntry(m, e)) return 0;
-            }
-          }
+  bool complete = ForEachCleanFormula([m](uint32_t b, uint32_t s, Cell* c) {
+    for (uint32_t p = 0; p < c->precedentCount; p++) {
+      Range r = c->precedents[p].range;
+      uint32_t targetBook;
+      int32_t first, last;
+      if (r.firstRow > r.lastRow || r.firstCol > r.lastCol) continue;
+      if (!ResolveCached(m, b, s, c->precedents[p].linkIndex, &targetBook, &first, &last)) continue;
+      if (targetBook > 0xFFFF) continue;
+      last = std::min<int32_t>(last, static_cast<int32_t>(MaxSheets) - 1);
+      uint32_t k = HeightClass(r);
+      m->heightClassMask |= 1u << k;
+      for (int32_t t = first; t <= last; t++) {
+        for (uint32_t j = r.firstCol >> ColumnBlockShift; j <= r.lastCol >> ColumnBlockShift; j++) {
+          ReaderEntry e{ReaderKey(targetBook, static_cast<uint32_t>(t), k, j, r.firstRow), c, b,
+                        static_cast<uint16_t>(s), r};
+          if (!AddReaderEntry(m, e)) return false;
         }
       }
     }
-  }
+    return true;
+  });
+  if (!complete) return 0;
   std::sort(m->entries, m->entries + m->entryCount,
             [](const ReaderEntry& a, const ReaderEntry& b) { return a.key < b.key; });
   return 1;
