@@ -119,14 +119,66 @@ static int AddExternalBook(Workbook* wb, int32_t kind, char16_t* path, uint32_t*
   return 1;
 }
 
-static int FindOrAddSelfBook(Workbook* wb, uint32_t* index) {
+int FindOrAddExternalBook(uint32_t book, int32_t kind, const char16_t* encodedPath,
+                          uint32_t* index) {
+  Workbook* wb = GetWorkbook(book);
   for (uint32_t i = 0; i < wb->externalBookCount; i++) {
-    if (wb->externalBooks[i].kind == ExternalSelf) {
+    const ExternalBook* external = &wb->externalBooks[i];
+    if (external->kind != kind) continue;
+    if (kind == ExternalOtherFile &&
+        !EqualTextNoCase(external->path ? external->path : u"", encodedPath ? encodedPath : u""))
+      continue;
+    *index = i;
+    return 1;
+  }
+  char16_t* path = nullptr;
+  if (kind == ExternalOtherFile && !(path = TextDuplicate(encodedPath ? encodedPath : u"")))
+    return 0;
+  if (AddExternalBook(wb, kind, path, index)) return 1;
+  Release(path);
+  return 0;
+}
+
+int FindOrAddExternalSheet(uint32_t book, uint32_t externalBook, const char16_t* sheetName,
+                           int16_t* nameIndex) {
+  ExternalBook* external = &GetWorkbook(book)->externalBooks[externalBook];
+  for (uint32_t i = 0; i < external->sheetCount; i++) {
+    if (EqualTextNoCase(external->sheetNames[i], sheetName)) {
+      *nameIndex = static_cast<int16_t>(i);
+      return 1;
+    }
+  }
+  if (external->sheetCount >= MaxSheets) return 0;
+  char16_t* copy = TextDuplicate(sheetName);
+  if (!copy) return 0;
+  if (!GrowByOne(&external->sheetNames, external->sheetCount)) {
+    Release(copy);
+    return 0;
+  }
+  external->sheetNames[external->sheetCount] = copy;
+  *nameIndex = static_cast<int16_t>(external->sheetCount++);
+  return 1;
+}
+
+int FindOrAddExternalName(uint32_t book, uint32_t externalBook, const char16_t* name,
+                          uint16_t field, uint32_t* index) {
+  ExternalBook* external = &GetWorkbook(book)->externalBooks[externalBook];
+  for (uint32_t i = 0; i < external->nameCount; i++) {
+    const ExternalName* have = &external->names[i];
+    if (have->field == field && have->text && EqualTextNoCase(have->text, name)) {
       *index = i;
       return 1;
     }
   }
-  return AddExternalBook(wb, ExternalSelf, nullptr, index);
+  char16_t* copy = TextDuplicate(name);
+  if (!copy) return 0;
+  if (!GrowByOne(&external->names, external->nameCount)) {
+    Release(copy);
+    return 0;
+  }
+  external->names[external->nameCount] = ExternalName{copy, field};
+  *index = external->nameCount++;
+  return 1;
 }
 
 static int FindOrAddOtherBook(Workbook* wb, const char16_t* targetPath, uint32_t* index) {
@@ -150,44 +202,30 @@ static int FindOrAddOtherBook(Workbook* wb, const char16_t* targetPath, uint32_t
 
 // Turns a sheet of the target workbook into an index of the book entry's sheet-name list, adding
 // the name when the list lacks it. NoSheet passes through unchanged.
-static int FindOrAddSheetName(ExternalBook* external, uint32_t targetBook, int32_t sheet,
-                              int16_t* nameIndex) {
+static int FindOrAddSheetName(uint32_t fromBook, uint32_t externalBook, uint32_t targetBook,
+                              int32_t sheet, int16_t* nameIndex) {
   if (sheet == NoSheet) {
     *nameIndex = NoSheet;
     return 1;
   }
   const Workbook* target = GetWorkbook(targetBook);
   if (sheet < 0 || static_cast<uint32_t>(sheet) >= target->sheetCount) return 0;
-  const char16_t* name = target->sheets[sheet]->name;
-  for (uint32_t i = 0; i < external->sheetCount; i++) {
-    if (EqualTextNoCase(external->sheetNames[i], name)) {
-      *nameIndex = static_cast<int16_t>(i);
-      return 1;
-    }
-  }
-  if (external->sheetCount >= MaxSheets) return 0;
-  char16_t* copy = TextDuplicate(name);
-  if (!copy) return 0;
-  if (!GrowByOne(&external->sheetNames, external->sheetCount)) {
-    Release(copy);
-    return 0;
-  }
-  external->sheetNames[external->sheetCount] = copy;
-  *nameIndex = static_cast<int16_t>(external->sheetCount++);
-  return 1;
+  return FindOrAddExternalSheet(fromBook, externalBook, target->sheets[sheet]->name, nameIndex);
 }
 
-static int FindOrAddSheetLink(Workbook* wb, const SheetLink* link, int32_t* linkIndex) {
+int FindOrAddSheetLink(uint32_t book, int16_t externalBook, int16_t firstSheet, int16_t lastSheet,
+                       int32_t* linkIndex) {
+  Workbook* wb = GetWorkbook(book);
   for (uint32_t i = 0; i < wb->sheetLinkCount; i++) {
     const SheetLink* have = &wb->sheetLinks[i];
-    if (have->bookIndex == link->bookIndex && have->firstSheet == link->firstSheet &&
-        have->lastSheet == link->lastSheet) {
+    if (have->bookIndex == externalBook && have->firstSheet == firstSheet &&
+        have->lastSheet == lastSheet) {
       *linkIndex = static_cast<int32_t>(i);
       return 1;
     }
   }
   if (!GrowByOne(&wb->sheetLinks, wb->sheetLinkCount)) return 0;
-  wb->sheetLinks[wb->sheetLinkCount] = *link;
+  wb->sheetLinks[wb->sheetLinkCount] = SheetLink{externalBook, firstSheet, lastSheet};
   *linkIndex = static_cast<int32_t>(wb->sheetLinkCount++);
   return 1;
 }
@@ -198,19 +236,21 @@ int FindOrAddLink(const LinkRequest* req, int32_t* linkIndex) {
   uint32_t bookIndex = 0;
   SheetLink link{};
   if (req->fromBook == req->targetBook) {
-    if (!FindOrAddSelfBook(wb, &bookIndex)) return 0;
+    if (!FindOrAddExternalBook(req->fromBook, ExternalSelf, nullptr, &bookIndex)) return 0;
     link.firstSheet = static_cast<int16_t>(req->firstSheet);
     link.lastSheet = static_cast<int16_t>(req->lastSheet);
   } else {
     if (!FindOrAddOtherBook(wb, GetWorkbook(req->targetBook)->path, &bookIndex)) return 0;
-    ExternalBook* external = &wb->externalBooks[bookIndex];
-    if (!FindOrAddSheetName(external, req->targetBook, req->firstSheet, &link.firstSheet) ||
-        !FindOrAddSheetName(external, req->targetBook, req->lastSheet, &link.lastSheet)) {
+    if (!FindOrAddSheetName(req->fromBook, bookIndex, req->targetBook, req->firstSheet,
+                            &link.firstSheet) ||
+        !FindOrAddSheetName(req->fromBook, bookIndex, req->targetBook, req->lastSheet,
+                            &link.lastSheet)) {
       return 0;
     }
   }
   link.bookIndex = static_cast<int16_t>(bookIndex);
-  return FindOrAddSheetLink(wb, &link, linkIndex);
+  return FindOrAddSheetLink(req->fromBook, link.bookIndex, link.firstSheet, link.lastSheet,
+                            linkIndex);
 }
 
 static int SelfSheetIsValid(const Workbook* wb, int16_t sheet) {

@@ -29,7 +29,7 @@ enum ExternalBookKind : int32_t {
   ExternalOtherFile = 0,
   ExternalSelf = 1,
   ExternalAddIn = 2,
-  ExternalUnused = 3,
+  ExternalUnused = 3,  // "!name": the current workbook, whichever it is
 };
 
 struct ExternalBook {
@@ -76,6 +76,23 @@ void DeleteName(uint32_t book, uint32_t index, int removeEntry);
 void FreeNames(uint32_t book);
 
 int FindOrAddLink(const LinkRequest* req, int32_t* linkIndex);
+// The link table as formula text names it. Each finds an entry or appends one, and returns 0
+// only on lost memory (the tables are then as they were).
+// A book entry of `kind`; for ExternalOtherFile the one whose encoded path (character 1, the path
+// with character 3 for each backslash, then the file name) equals `encodedPath` ignoring case.
+// The path is copied.
+int FindOrAddExternalBook(uint32_t book, int32_t kind, const char16_t* encodedPath,
+                          uint32_t* index);
+// A sheet name in an external book's own list (ignoring case); *nameIndex is its position.
+int FindOrAddExternalSheet(uint32_t book, uint32_t externalBook, const char16_t* sheetName,
+                           int16_t* nameIndex);
+// The sheet link (externalBook, firstSheet, lastSheet); *linkIndex is its position.
+int FindOrAddSheetLink(uint32_t book, int16_t externalBook, int16_t firstSheet, int16_t lastSheet,
+                       int32_t* linkIndex);
+// An external name of a book entry, matched ignoring case with the same `field` (the 1-based
+// sheet of the other book it belongs to, 0 for a book-level name); *index is 0-based.
+int FindOrAddExternalName(uint32_t book, uint32_t externalBook, const char16_t* name,
+                          uint16_t field, uint32_t* index);
 int ResolveLink(int32_t linkIndex, ResolvedLink* inOut);
 // Finds the open workbook with the same leaf file name as `external`, or loads it hidden.
 int OpenLinkedBook(uint32_t fromBook, const ExternalBook* external, uint32_t* book);

@@ -132,27 +132,8 @@ int CopyValue(Value* target, const Value* source) {
 }
 
 char16_t* NumberToText(double number, int digits) {
-  char buffer[64];
-  if (number == 0) number = 0;  // never print a negative zero
-  std::snprintf(buffer, sizeof buffer, "%-.*G", digits, number);
-  // The C library may use its own decimal point; whichever it wrote becomes the locale's.
-  bool hasExponent = std::strchr(buffer, 'E') != nullptr;
-  char* point = nullptr;
-  for (char* p = buffer; *p; p++)
-    if (*p == '.' || *p == ',') {
-      point = p;
-      break;
-    }
-  size_t length = std::strlen(buffer);
-  if (point && !hasExponent) {
-    while (length > 0 && buffer[length - 1] == '0') buffer[--length] = 0;
-    if (&buffer[length - 1] == point) buffer[--length] = 0;
-  }
-  char16_t* text = static_cast<char16_t*>(Allocate((length + 1) * sizeof(char16_t)));
-  if (!text) return nullptr;
-  for (size_t i = 0; i < length; i++)
-    text[i] = &buffer[i] == point ? DecimalSeparator[0] : static_cast<char16_t>(buffer[i]);
-  return text;
+  char16_t buffer[NumberTextCapacity];
+  return TextDuplicateN(buffer, ValueNumberText(number, digits, buffer));
 }
 
 static bool EqualsBooleanOrErrorText(const char16_t* text) {
