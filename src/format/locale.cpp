@@ -23,6 +23,10 @@ char16_t MorningText[4] = u"AM";
 char16_t AfternoonText[4] = u"PM";
 char16_t ShortDatePattern[16] = u"dd/MM/yyyy";
 char16_t TimeLeadingZero[2] = u"1";
+char16_t AmPmTokens[AmPmTokenCount][12] = {u"AM/PM", u"am/pm", u"A/P", u"a/p"};
+char16_t ShortDateCode[36] = u"dd\\/mm\\/yyyy";
+char16_t TimeCode[8] = u"hh:mm";
+int32_t NegativeCurrencyMode = 8;
 char16_t FalseText[8] = u"FAUX";
 char16_t TrueText[8] = u"VRAI";
 
@@ -48,6 +52,7 @@ struct LocaleTable {
   const char16_t* afternoonText;
   const char16_t* shortDatePattern;
   const char16_t* timeLeadingZero;
+  int32_t negativeCurrencyMode;
 };
 
 static const LocaleTable localeTables[] = {
@@ -68,7 +73,8 @@ static const LocaleTable localeTables[] = {
      u"",
      u"",
      u"dd/MM/yyyy",
-     u"1"},
+     u"1",
+     8},
     {u"0",
      u"/",
      u":",
@@ -86,12 +92,108 @@ static const LocaleTable localeTables[] = {
      u"AM",
      u"PM",
      u"M/d/yyyy",
-     u"0"},
+     u"0",
+     0},
 };
 
 template <size_t N>
 static void Put(char16_t (&target)[N], const char16_t* source) {
   TextCopy(target, N, source);
+}
+
+const char16_t* const CurrencyFormatCodes[CurrencyFormatCount] = {
+    u"$#,##0_);($#,##0)",
+    u"$#,##0;-$#,##0",
+    u"$#,##0;$-#,##0",
+    u"$#,##0_-;$#,##0-",
+    u"#,##0$_);(#,##0$)",
+    u"#,##0$;-#,##0$",
+    u"#,##0_-$;#,##0-$",
+    u"#,##0$_-;#,##0$-",
+    u"#,##0 $;-#,##0 $",
+    u"$ #,##0;-$ #,##0",
+    u"#,##0 $_-;#,##0 $-",
+    u"$ #,##0_-;$ #,##0-",
+    u"$ #,##0;$ -#,##0",
+    u"#,##0_- $;#,##0- $",
+    u"$ #,##0_);($ #,##0)",
+    u"#,##0 $_);(#,##0 $)",
+    // The accounting forms: the symbol placed as in the plain form of the same mode, the amount
+    // padded by a fill, a dash for zero and room kept for the sign on text.
+    u"_($* #,##0_);_($* (#,##0);_($* \"-\"_);_(@_)",
+    u"_-$* #,##0_-;-$* #,##0_-;_-$* \"-\"_-;_-@_-",
+    u"_-$* #,##0_-;_-$* -#,##0_-;_-$* \"-\"_-;_-@_-",
+    u"_-$* #,##0_-;_-$* #,##0-;_-$* \"-\"_-;_-@_-",
+    u"_(* #,##0$_);_(* (#,##0$);_(* \"-\"$_);_(@_)",
+    u"_-* #,##0$_-;-* #,##0$_-;_-* \"-\"$_-;_-@_-",
+    u"_-* #,##0_-$;_-* #,##0-$;_-* \"-\"_-$;_-@_-",
+    u"_-* #,##0$_-;_-* #,##0$-;_-* \"-\"$_-;_-@_-",
+    u"_-* #,##0 $_-;-* #,##0 $_-;_-* \"-\" $_-;_-@_-",
+    u"_-$ * #,##0_-;-$ * #,##0_-;_-$ * \"-\"_-;_-@_-",
+    u"_-* #,##0 $_-;_-* #,##0 $-;_-* \"-\" $_-;_-@_-",
+    u"_-$ * #,##0_-;_-$ * #,##0-;_-$ * \"-\"_-;_-@_-",
+    u"_-$ * #,##0_-;_-$ * -#,##0_-;_-$ * \"-\"_-;_-@_-",
+    u"_-* #,##0_- $;_-* #,##0- $;_-* \"-\"_- $;_-@_-",
+    u"_($ * #,##0_);_($ * (#,##0);_($ * \"-\"_);_(@_)",
+    u"_(* #,##0 $_);_(* (#,##0 $);_(* \"-\" $_);_(@_)",
+};
+
+const char16_t* LocaleCurrencyFormat() {
+  uint32_t mode = static_cast<uint32_t>(NegativeCurrencyMode);
+  return CurrencyFormatCodes[mode < 16 ? mode : 0];
+}
+
+const char16_t* LocaleAccountingFormat() {
+  uint32_t mode = static_cast<uint32_t>(NegativeCurrencyMode);
+  return CurrencyFormatCodes[16 + (mode < 16 ? mode : 0)];
+}
+
+static char16_t LowerAscii(char16_t c) {
+  return c >= u'A' && c <= u'Z' ? static_cast<char16_t>(c - u'A' + u'a') : c;
+}
+
+// Writes morning "/" afternoon, or only their first letters, in one case.
+static void BuildAmPmToken(char16_t* out, uint32_t capacity, bool firstLetters, bool upper) {
+  uint32_t n = 0;
+  auto put = [&](const char16_t* text) {
+    for (uint32_t i = 0; text[i] && (!firstLetters || i < 1) && n + 1 < capacity; i++) {
+      char16_t c = upper ? UpperCase(text[i]) : FoldCase(text[i]);
+      out[n++] = c;
+    }
+  };
+  put(MorningText);
+  if (n + 1 < capacity) out[n++] = u'/';
+  put(AfternoonText);
+  out[n] = 0;
+}
+
+// The format codes that follow from the regional settings: the AM/PM tokens, the short date
+// pattern turned into a code, and the time code.
+static void BuildDerivedCodes() {
+  for (uint32_t i = 0; i < AmPmTokenCount; i++)
+    BuildAmPmToken(AmPmTokens[i], sizeof AmPmTokens[i] / sizeof(char16_t), i >= 2, i % 2 == 0);
+
+  uint32_t n = 0;
+  constexpr uint32_t dateCapacity = sizeof ShortDateCode / sizeof(char16_t);
+  for (const char16_t* p = ShortDatePattern; *p && n + 2 < dateCapacity; p++) {
+    char16_t lower = LowerAscii(*p);
+    if (lower == u'g' || lower == u'm' || lower == u'd' || lower == u'y') {
+      ShortDateCode[n++] = lower;
+    } else {
+      ShortDateCode[n++] = u'\\';
+      ShortDateCode[n++] = *p;
+    }
+  }
+  ShortDateCode[n] = 0;
+
+  n = 0;
+  TimeCode[n++] = u'h';
+  if (TimeLeadingZero[0] == u'1') TimeCode[n++] = u'h';
+  if (TimeSeparator[0] != u':' && TimeSeparator[0]) TimeCode[n++] = u'\\';
+  TimeCode[n++] = TimeSeparator[0] ? TimeSeparator[0] : u':';
+  TimeCode[n++] = u'm';
+  TimeCode[n++] = u'm';
+  TimeCode[n] = 0;
 }
 
 void ApplyLocale(LocaleId id) {
@@ -113,6 +215,8 @@ void ApplyLocale(LocaleId id) {
   Put(AfternoonText, t.afternoonText[0] ? t.afternoonText : u"PM");
   Put(ShortDatePattern, t.shortDatePattern);
   Put(TimeLeadingZero, t.timeLeadingZero);
+  NegativeCurrencyMode = t.negativeCurrencyMode;
+  BuildDerivedCodes();
   // Function names, and so the boolean texts, stay French whatever the regional settings.
   Put(FalseText, u"FAUX");
   Put(TrueText, u"VRAI");

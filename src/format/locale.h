@@ -25,6 +25,26 @@ extern char16_t TimeLeadingZero[2];
 extern char16_t FalseText[8];
 extern char16_t TrueText[8];
 
+// Derived at ApplyLocale from the values above.
+// The AM/PM tokens of number formats: morning "/" afternoon in upper case, in lower case, then
+// the first letters of each in upper case and in lower case ("AM/PM", "am/pm", "A/P", "a/p").
+constexpr uint32_t AmPmTokenCount = 4;
+extern char16_t AmPmTokens[AmPmTokenCount][12];
+// The short date pattern as a number format code: the letters g, M, d, y in lower case and every
+// other character behind a backslash, so "dd/MM/yyyy" becomes "dd\/mm\/yyyy".
+extern char16_t ShortDateCode[36];
+// "h:mm" or "hh:mm" by the leading-zero setting, with the locale's time separator.
+extern char16_t TimeCode[8];
+// The locale's negative-currency mode, 0 to 15: which of the currency format codes it uses.
+extern int32_t NegativeCurrencyMode;
+// The currency format codes: 16 plain forms by negative-currency mode, then the 16 accounting
+// forms in the same order. "$" stands for the locale's currency symbol, put in at output.
+constexpr uint32_t CurrencyFormatCount = 32;
+extern const char16_t* const CurrencyFormatCodes[CurrencyFormatCount];
+// The plain and the accounting code of the current locale.
+const char16_t* LocaleCurrencyFormat();
+const char16_t* LocaleAccountingFormat();
+
 // The built-in regional settings the core carries.
 enum LocaleId : int32_t {
   LocaleFrench = 0,  // fr-FR, the default
