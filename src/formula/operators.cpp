@@ -7,6 +7,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <initializer_list>
 
 #include "base/alloc.h"
 #include "base/text.h"
@@ -436,6 +437,14 @@ static uint32_t CheckSingleAreas(const Value* left, const Value* right, const Ev
 }
 
 void IntersectionOperator(Value* left, Value* right, const EvalContext* ctx) {
+  // An operand that is already an error passes it on, the left first: "=ABS (1)" reads the
+  // blank as an intersection with the undefined name ABS, and the user must see #NAME?.
+  for (const Value* operand : {left, right}) {
+    if (operand->tag == ValueError) {
+      FinishWithError(left, right, operand->error);
+      return;
+    }
+  }
   ListSite ls{}, rs{};
   uint32_t error = CheckSingleAreas(left, right, ctx, &ls, &rs);
   if (error != UINT32_MAX) {
