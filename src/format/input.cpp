@@ -1,4 +1,6 @@
-// The shared number reader of typed text.
+// The number reader that every recogniser of typed text shares, and the readers built on it:
+// whole-string numbers with percent, currency and parenthesised forms, currency amounts, the
+// boolean and error literals, and the conversion of a text value to what it spells.
 #include "format/input.h"
 
 #include <cmath>
@@ -6,7 +8,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/text.h"
 #include "format/locale.h"
+#include "model/value.h"
 
 static bool IsBlank(char16_t c) {
   return c == u' ';
@@ -142,4 +146,154 @@ uint32_t ValueNumberText(double number, int digits, char16_t* out) {
     out[i] = &buffer[i] == point ? DecimalSeparator[0] : static_cast<char16_t>(buffer[i]);
   out[length] = 0;
   return static_cast<uint32_t>(length);
+}
+
+// Blanks around a currency symbol may be typed as any of the space characters.
+static bool IsSpace(char16_t c) {
+  return c == u' ' || c == 0x00A0 || c == 0x202F;
+}
+static uint32_t SkipSpaces(const char16_t* text, uint32_t i, uint32_t end) {
+  while (i < end && IsSpace(text[i])) i++;
+  return i;
+}
+
+// Length of the currency symbol when it starts text[i, end), else 0.
+static uint32_t MatchCurrencySymbol(const char16_t* text, uint32_t i, uint32_t end) {
+  uint32_t length = TextLength(CurrencySymbol);
+  if (length == 0 || end - i < length) return 0;
+  for (uint32_t k = 0; k < length; k++)
+    if (FoldCase(text[i + k]) != FoldCase(CurrencySymbol[k])) return 0;
+  return length;
+}
+
+// Reads the signs, symbol and blanks on one side of the amount. Each of sign and symbol may appear
+// once over both sides; returns the index behind what was read.
+static uint32_t ReadCurrencyAffixes(const char16_t* text, uint32_t i, uint32_t end, int* sign,
+                                    bool* symbol) {
+  for (;;) {
+    i = SkipSpaces(text, i, end);
+    if (i >= end) return i;
+    if (!*sign && (text[i] == u'-' || text[i] == u'+')) {
+      *sign = text[i++] == u'-' ? -1 : 1;
+    } else if (uint32_t length = !*symbol ? MatchCurrencySymbol(text, i, end) : 0) {
+      *symbol = true;
+      i += length;
+    } else {
+      return i;
+    }
+  }
+}
+
+// The amount is any arrangement the negative-currency patterns allow: "$1", "1 $", "-$1", "$-1",
+// "$1-", "1$-", "-1 $", "($1)", "(1 $)" and the like.
+int ParseCurrencyText(const char16_t* text, uint32_t start, uint32_t end, double* out,
+                      int32_t* digits) {
+  if (!text || start >= end) return 0;
+  uint32_t i = SkipSpaces(text, start, end);
+  uint32_t last = end;
+  while (last > i && IsSpace(text[last - 1])) last--;
+  bool parentheses = last - i >= 2 && text[i] == u'(' && text[last - 1] == u')';
+  if (parentheses) {
+    i++;
+    last--;
+  }
+  int sign = 0;
+  bool symbol = false;
+  i = ReadCurrencyAffixes(text, i, last, &sign, &symbol);
+
+  // The extent of the amount: digits, grouped or not, and a fraction. The grouping itself is
+  // checked by the number reader.
+  uint32_t amountStart = i;
+  bool sawDigit = false;
+  while (i < last) {
+    if (IsDigit(text[i])) {
+      sawDigit = true;
+      i++;
+    } else if (sawDigit && IsThousandsSeparator(text[i]) && i + 1 < last && IsDigit(text[i + 1])) {
+      i++;
+    } else {
+      break;
+    }
+  }
+  int32_t decimals = 0;
+  if (i < last && text[i] == DecimalSeparator[0]) {
+    i++;
+    for (; i < last && IsDigit(text[i]); i++) decimals++;
+  }
+  if (!sawDigit && decimals == 0) return 0;
+  uint32_t amountEnd = i;
+
+  i = ReadCurrencyAffixes(text, i, last, &sign, &symbol);
+  if (i != last || !symbol || (parentheses && sign)) return 0;
+  double value;
+  if (!ParseNumberText(text, amountStart, amountEnd, &value, GroupingStrict)) return 0;
+  *out = parentheses || sign < 0 ? -value : value;
+  if (digits) *digits = decimals;
+  return 1;
+}
+
+int ParseNumberInput(const char16_t* text, double* out) {
+  uint32_t length = TextLength(text);
+  if (length == 0) return 0;
+  double value;
+  int32_t decimals;
+  if (ParseNumberText(text, 0, length, &value, GroupingLoose)) {
+    *out = value;
+    return 1;
+  }
+  if (length > 1 && text[length - 1] == u'%' &&
+      ParseNumberText(text, 0, length - 1, &value, GroupingLoose)) {
+    *out = value * 0.01;
+    return 1;
+  }
+  if (ParseCurrencyText(text, 0, length, &value, &decimals)) {
+    *out = value;
+    return 1;
+  }
+  if (length > 2 && text[0] == u'(' && text[length - 1] == u')' &&
+      ParseNumberText(text, 1, length - 1, &value, GroupingLoose)) {
+    *out = -value;
+    return 1;
+  }
+  return 0;
+}
+
+int ParseBooleanText(const char16_t* text, int32_t* out) {
+  if (!text) return 0;
+  if (EqualTextNoCase(text, FalseText)) {
+    *out = 0;
+    return 1;
+  }
+  if (EqualTextNoCase(text, TrueText)) {
+    *out = 1;
+    return 1;
+  }
+  return 0;
+}
+
+int ParseErrorText(const char16_t* text, uint8_t* code) {
+  if (!text || !text[0]) return 0;
+  for (uint32_t k = 0; k < ErrorCodeCount; k++)
+    if (EqualTextNoCase(text, ErrorText(k))) {
+      *code = static_cast<uint8_t>(k);
+      return 1;
+    }
+  return 0;
+}
+
+void TextToValue(Value* v, int date1904) {
+  if (v->tag != ValueText || !v->text) return;
+  const char16_t* text = v->text;
+  double number;
+  int32_t boolean;
+  Value result;
+  if (ParseNumberInput(text, &number) || ParseDateText(text, date1904, &number) ||
+      ParseTimeText(text, &number, nullptr))
+    result = NumberValue(number);
+  else if (ParseBooleanText(text, &boolean))
+    result = BooleanValue(boolean != 0);
+  else
+    return;
+  FreeValue(v);
+  *v = result;
 }

@@ -8,6 +8,7 @@
 #include "base/text.h"
 #include "format/input.h"
 #include "format/locale.h"
+#include "formula/reference_text.h"
 #include "model/hooks.h"
 #include "model/workbook.h"
 
@@ -155,8 +156,11 @@ static int ReadNumberOrPercent(const char16_t* text, uint32_t length, int32_t gr
   return 0;
 }
 
-// Dates, times, currency amounts and numbers in parentheses are read by the input readers of the
-// number-format layer as they arrive; until then such texts are not numbers.
+// The first reading that succeeds wins. Text that starts like a number is read plain, then
+// grouped, then (unless it starts with a sign) as a date and as a time; other text is refused
+// outright when it spells a boolean or an error, and is otherwise read as a currency amount when
+// it starts with the currency symbol, as a negative number when it stands in parentheses, else
+// as a date (month names).
 int TextToNumber(const char16_t* text, double* out) {
   uint32_t length = TextLength(text);
   if (length == 0 || text[0] == u'=') return 0;
@@ -165,16 +169,88 @@ int TextToNumber(const char16_t* text, double* out) {
       first == DecimalSeparator[0]) {
     if (ReadNumberOrPercent(text, length, GroupingNone, out)) return 1;
     if (ReadNumberOrPercent(text, length, GroupingLoose, out)) return 1;
-    return 0;
+    if (first == u'+' || first == u'-') return 0;
+    return ParseDateText(text, 0, out) || ParseTimeText(text, out, nullptr);
   }
   if (EqualsBooleanOrErrorText(text)) return 0;
-  return 0;
+  uint32_t symbolLength = TextLength(CurrencySymbol);
+  if (symbolLength && CompareTextNoCaseN(text, CurrencySymbol, symbolLength) == 0) {
+    int32_t digits;
+    return ParseCurrencyText(text, 0, length, out, &digits);
+  }
+  if (first == u'(' && length > 2 && text[length - 1] == u')') {
+    double inside;
+    if (!ParseNumberText(text, 1, length - 1, &inside, GroupingLoose)) return 0;
+    *out = -inside;
+    return 1;
+  }
+  return ParseDateText(text, 0, out);
 }
 
-// Reference text is read by the reference-text layer; until it is there no text is a reference.
-void TextToRefList(Value* v, char16_t* text, const EvalContext*) {
-  Release(text);
+void TextToRefList(Value* v, char16_t* text, const EvalContext* ctx) {
+  TextToRefListInStyle(v, text, ctx, 1);
+}
+
+void TextToRefListInStyle(Value* v, char16_t* text, const EvalContext* ctx, int a1Style) {
   *v = ErrorValue(ErrValue);
+  int32_t length = static_cast<int32_t>(TextLength(text));
+  // Every piece must stand on one sheet link; an unqualified piece stands on the context sheet.
+  int32_t hereLink = -2;
+  int32_t link = -2;
+  RefBlock* block = nullptr;
+  uint32_t count = 0;
+  bool ok = length > 0 && ctx && ctx->book < App.workbookCount;
+  for (int32_t i = 0; ok && i < length;) {
+    int32_t pieceEnd = i;
+    while (pieceEnd < length && text[pieceEnd] != ListSeparator[0]) pieceEnd++;
+    int32_t pieceLink = -1;
+    Range area;
+    uint8_t flags;
+    int32_t stop =
+        ParseReferenceText(text, i, pieceEnd, a1Style, static_cast<uint16_t>(ctx->row),
+                           static_cast<uint8_t>(ctx->col), ctx->book, &pieceLink, &area, &flags);
+    if (stop != pieceEnd) {
+      ok = false;
+      break;
+    }
+    if (pieceLink < 0) {
+      if (hereLink == -2) {
+        LinkRequest request{ctx->book, ctx->book, static_cast<int32_t>(ctx->sheet),
+                            static_cast<int32_t>(ctx->sheet)};
+        if (!FindOrAddLink(&request, &hereLink)) hereLink = -1;
+      }
+      pieceLink = hereLink;
+    }
+    if (pieceLink < 0 || (link != -2 && pieceLink != link) || count >= UINT16_MAX) {
+      ok = false;
+      break;
+    }
+    link = pieceLink;
+    auto* grown = static_cast<RefBlock*>(
+        Reallocate(block, count ? RefBlockSize(count) : 0, RefBlockSize(count + 1)));
+    if (!grown) {
+      ok = false;
+      break;
+    }
+    block = grown;
+    block->areas[count++] = area;
+    block->count = static_cast<uint16_t>(count);
+    // Blanks after a separator are skipped; a separator at the very end leaves nothing to read.
+    i = pieceEnd;
+    if (i < length) {
+      i++;
+      while (i < length && text[i] == u' ') i++;
+      if (i == length) ok = false;
+    }
+  }
+  Release(text);
+  if (!ok || !block) {
+    Release(block);
+    return;
+  }
+  v->tag = ValueRefList;
+  v->refs = block;
+  v->linkIndex = link;
 }
 
 void PrepareCellForRead(uint32_t book, uint32_t sheet, Cell* cell) {

@@ -144,3 +144,6 @@ char16_t* NumberToText(double number, int digits);
 // Reads a list of references from text against ctx; the value becomes a reference list or
 // #VALUE!. Takes ownership of `text`.
 void TextToRefList(Value* v, char16_t* text, const EvalContext* ctx);
+// The same with R1C1 text when `a1Style` is zero (INDIRECT's second argument); relative parts
+// count from the context cell.
+void TextToRefListInStyle(Value* v, char16_t* text, const EvalContext* ctx, int a1Style);
