@@ -1,33 +1,58 @@
-// The `entries` verb: each line of a text file becomes a cell of column A in a new workbook, read
-// as a number, a boolean, an error or else a text, and the cells are listed.
+// The `entries` verb: each line of a text file is typed into a cell of column A of a new
+// workbook, read under the regional settings as a formula, number, date, time, percent,
+// currency, boolean, error or text, and the cells are listed.
 #include <cstdio>
 #include <string>
 
 #include "base/alloc.h"
 #include "base/text.h"
 #include "cli/verbs.h"
+#include "format/input.h"
+#include "formula/parser.h"
 #include "model/value.h"
 #include "model/workbook.h"
 
-// The value a typed line stands for: a number, a boolean or an error text; otherwise the text.
-static Value EntryValue(const std::string& line) {
+// Reads a typed line into the cell prototype as cell entry does: a formula is compiled, a
+// number, boolean or error is stored as such, anything else as text. Returns 0 for a formula
+// that does not compile, with the entry message on stderr, and leaves the prototype empty.
+static int ReadEntry(uint32_t book, const std::string& line, Cell* proto) {
   char16_t* text = Utf8ToText(line.c_str(), line.size());
-  if (!text) return ErrorValue(ErrNA);
-  EvalContext ctx{};
-  static const uint16_t readings[] = {ValueNumber, ValueBoolean, ValueError};
-  for (uint16_t target : readings) {
-    Value v = TextValue(TextDuplicate(text));
-    CoerceValue(&v, target, &ctx);
-    // A failed reading also ends as #VALUE!, which only the text "#VALUE!" itself means.
-    bool read = v.tag == target && !(v.tag == ValueError && v.error == ErrValue &&
-                                     !EqualTextNoCase(text, ErrorText(ErrValue)));
-    if (read) {
-      Release(text);
-      return v;
-    }
-    FreeValue(&v);
+  if (!text) return 0;
+  ParseContext ctx{book, 0, 1, proto->row, proto->col, 0, 0};
+  InputResult input{};
+  int ok = 1;
+  switch (ClassifyInput(&ctx, text, &input)) {
+    case InputEmpty:
+      break;
+    case InputFormula:
+      if (CompileFormula(&ctx, text, ClassCodeValue, &proto->formula) != CompileOk) {
+        std::fprintf(stderr, "tessarel-cli entries: line %u: %s\n", proto->row + 1u, FormulaError);
+        ok = 0;
+      }
+      break;
+    case InputNumber:
+      proto->value = NumberValue(input.number);
+      break;
+    case InputBoolean:
+      proto->value = BooleanValue(input.boolean != 0);
+      break;
+    case InputError:
+      proto->value = ErrorValue(input.error);
+      break;
+    case InputText:
+      // A text that starts like a formula but does not compile is refused, as at the keyboard;
+      // a lone "=", "+" or "-" is text.
+      if (line.size() > 1 && (text[0] == u'=' || text[0] == u'+' || text[0] == u'-')) {
+        std::fprintf(stderr, "tessarel-cli entries: line %u: %s\n", proto->row + 1u, FormulaError);
+        ok = 0;
+        break;
+      }
+      proto->value = TextValue(text);
+      text = nullptr;
+      break;
   }
-  return text[0] ? TextValue(text) : (Release(text), Value{});
+  Release(text);
+  return ok;
 }
 
 int RunEntries(int argc, char** argv) {
@@ -57,9 +82,12 @@ int RunEntries(int argc, char** argv) {
     Cell proto{};
     proto.row = static_cast<uint16_t>(row++);
     proto.xf = DefaultCellXf;
-    proto.value = EntryValue(line);
-    if (proto.value.tag != ValueEmpty && !StoreCell(book, 0, &proto, 1, 0)) {
+    if (!ReadEntry(book, line, &proto)) {
+      ok = false;
+    } else if ((proto.value.tag != ValueEmpty || proto.formula.bytes) &&
+               !StoreCell(book, 0, &proto, 1, 0)) {
       FreeValue(&proto.value);
+      FreeTokens(&proto.formula);
       ok = false;
     }
     line.clear();
@@ -72,7 +100,7 @@ int RunEntries(int argc, char** argv) {
   }
   if (!line.empty()) storeLine();
   std::fclose(file);
-  if (ok) PrintCells(stdout, book, -1);
+  PrintCells(stdout, book, -1);
   CloseAllWorkbooks();
   return ok ? 0 : 1;
 }

@@ -5,6 +5,8 @@
 #include "base/alloc.h"
 #include "base/text.h"
 #include "cli/verbs.h"
+#include "formula/formula_text.h"
+#include "formula/reference_text.h"
 #include "model/value.h"
 #include "model/workbook.h"
 
@@ -31,14 +33,19 @@ static std::string Escape(const std::string& text) {
   return out;
 }
 
-static std::string A1Address(uint32_t row, uint32_t col) {
-  std::string letters;
-  uint32_t n = col + 1;
-  while (n) {
-    letters.insert(letters.begin(), static_cast<char>('A' + (n - 1) % 26));
-    n = (n - 1) / 26;
-  }
-  return letters + std::to_string(row + 1);
+static std::string A1Address(uint16_t row, uint8_t col) {
+  char16_t text[16];
+  CellA1Text(row, col, false, false, text);
+  return TextToUtf8(text);
+}
+
+// The formula as the formula bar shows it; empty for a constant.
+static std::string FormulaField(uint32_t book, const Cell* cell) {
+  if (!cell->formula.bytes) return "";
+  char16_t* text = FormulaText(book, &cell->formula, cell->row, cell->col, 1, cell->row, cell->col);
+  std::string out = text ? Escape(TextToUtf8(text)) : "";
+  Release(text);
+  return out;
 }
 
 static const char* TypeLetter(uint16_t tag) {
@@ -95,8 +102,8 @@ void PrintCells(FILE* out, uint32_t book, int32_t onlySheet) {
     for (uint32_t i = 0; i < sheet->cells.count; i++) {
       const Cell* cell = sheet->cells.cells[i];
       std::string line = std::to_string(s) + "\t" + A1Address(cell->row, cell->col) + "\t" +
-                         TypeLetter(cell->value.tag) + "\t" + ValueField(cell->value) + "\t" + "" +
-                         "\t" + DisplayedField(book, s, cell) + "\n";
+                         TypeLetter(cell->value.tag) + "\t" + ValueField(cell->value) + "\t" +
+                         FormulaField(book, cell) + "\t" + DisplayedField(book, s, cell) + "\n";
       std::fputs(line.c_str(), out);
     }
   }

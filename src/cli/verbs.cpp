@@ -9,6 +9,7 @@
 const CliVerb CliVerbs[] = {
     {"entries", "entries FILE: store each line of FILE as a typed entry in column A, list cells",
      RunEntries},
+    {"eval", "eval 'FORMULA': calculate one formula and print the text its cell shows", RunEval},
     {"functions", "functions: the function table, one row per function", RunFunctions},
     {nullptr, nullptr, nullptr},
 };

@@ -27,4 +27,8 @@ int ReadCliOptions(int argc, char** argv, CliOptions* options, const char* verb,
 void PrintCells(FILE* out, uint32_t book, int32_t sheet);
 
 int RunEntries(int argc, char** argv);
+// The message of a typed formula that does not compile.
+extern const char* const FormulaError;
+
+int RunEval(int argc, char** argv);
 int RunFunctions(int argc, char** argv);
