@@ -150,8 +150,8 @@ struct ValueTest : testing::Test {
 
 TEST_F(ValueTest, CoercionTableFromEverySourceToEveryTarget) {
   // Each row gives the source converted to Empty, Number, Text, Boolean, RefList, Error, Array
-  // and Ref; "?" marks a conversion that is not there yet (text read as a reference). Each
-  // conversion works on a deep copy of the source, so every kind is also copied and freed.
+  // and Ref. Each conversion works on a deep copy of the source, so every kind is also copied
+  // and freed.
   const uint16_t targets[8] = {ValueEmpty,   ValueNumber, ValueText,  ValueBoolean,
                                ValueRefList, ValueError,  ValueArray, ValueRef};
   Value control{};
@@ -167,7 +167,8 @@ TEST_F(ValueTest, CoercionTableFromEverySourceToEveryTarget) {
       {BooleanValue(true), "- n:1 s:VRAI b:1 #VALUE! #VALUE! a1x1{b:1} #VALUE!"},
       {BooleanValue(false), "- n:0 s:FAUX b:0 #VALUE! #VALUE! a1x1{b:0} #VALUE!"},
       // Text to Ref is #REF!, not #VALUE!.
-      {Text(u"12,5"), "- n:12.5 s:12,5 #VALUE! ? #VALUE! a1x1{s:12,5} #REF!"},
+      {Text(u"12,5"), "- n:12.5 s:12,5 #VALUE! #VALUE! #VALUE! a1x1{s:12,5} #REF!"},
+      {Text(u"B2:C3"), "- #VALUE! s:B2:C3 #VALUE! list:B2:C3 #VALUE! a1x1{s:B2:C3} #REF!"},
       // An error stays itself as a Number, becomes its own text as Text, and loses its code as a
       // Boolean.
       {ErrorValue(ErrDiv0), "- #DIV/0! s:#DIV/0! #VALUE! #VALUE! #DIV/0! a1x1{#DIV/0!} #VALUE!"},
@@ -186,9 +187,7 @@ TEST_F(ValueTest, CoercionTableFromEverySourceToEveryTarget) {
     for (uint16_t target : targets) {
       Value v;
       ASSERT_TRUE(CopyValue(&v, &row.source));
-      bool missing = v.tag == ValueText && target == ValueRefList;
-      results += (results.empty() ? "" : " ") + (missing ? "?" : Coerced(v, target, &ctx));
-      if (missing) FreeValue(&v);
+      results += (results.empty() ? "" : " ") + Coerced(v, target, &ctx);
     }
     EXPECT_EQ(results, row.expected) << Show(row.source);
     FreeValue(&row.source);
@@ -220,20 +219,43 @@ TEST_F(ValueTest, TextIsReadAsANumberBooleanOrErrorOnlyWhenItIsOneWhole) {
     uint16_t target;
     const char* expected;
   } cases[] = {
-      {u"12", ValueNumber, "n:12"},        {u"-3,5", ValueNumber, "n:-3.5"},
-      {u"+4", ValueNumber, "n:4"},         {u",5", ValueNumber, "n:0.5"},
-      {u"50%", ValueNumber, "n:0.5"},      {u"1E3", ValueNumber, "n:1000"},
-      {u"1 234", ValueNumber, "n:1234"},   {u"1\u00A0234,5", ValueNumber, "n:1234.5"},
-      {u"", ValueNumber, "#VALUE!"},       {u"=1", ValueNumber, "#VALUE!"},
-      {u"abc", ValueNumber, "#VALUE!"},    {u"VRAI", ValueNumber, "#VALUE!"},
-      {u"#N/A", ValueNumber, "#VALUE!"},   {u"5%%", ValueNumber, "#VALUE!"},
-      {u"1,2,3", ValueNumber, "#VALUE!"},  {u"-", ValueNumber, "#VALUE!"},
-      {u"vrai", ValueBoolean, "b:1"},      {u"Faux", ValueBoolean, "b:0"},
-      {u"1", ValueBoolean, "#VALUE!"},     {u"TRUE", ValueBoolean, "#VALUE!"},
-      {u"vraie", ValueBoolean, "#VALUE!"}, {u"", ValueBoolean, "#VALUE!"},
-      {u"#ref!", ValueError, "#REF!"},     {u"#ref", ValueError, "#VALUE!"},
-      {u"#null!", ValueError, "#NULL!"},   {u"#n/a", ValueError, "#N/A"},
-      {u"#DIV/0!", ValueError, "#DIV/0!"}, {u"FAUX", ValueError, "#VALUE!"},
+      {u"12", ValueNumber, "n:12"},
+      {u"-3,5", ValueNumber, "n:-3.5"},
+      {u"+4", ValueNumber, "n:4"},
+      {u",5", ValueNumber, "n:0.5"},
+      {u"50%", ValueNumber, "n:0.5"},
+      {u"1E3", ValueNumber, "n:1000"},
+      {u"1 234", ValueNumber, "n:1234"},
+      {u"1\u00A0234,5", ValueNumber, "n:1234.5"},
+      {u"", ValueNumber, "#VALUE!"},
+      {u"=1", ValueNumber, "#VALUE!"},
+      {u"abc", ValueNumber, "#VALUE!"},
+      {u"VRAI", ValueNumber, "#VALUE!"},
+      {u"#N/A", ValueNumber, "#VALUE!"},
+      {u"5%%", ValueNumber, "#VALUE!"},
+      {u"1,2,3", ValueNumber, "#VALUE!"},
+      {u"-", ValueNumber, "#VALUE!"},
+      {u"vrai", ValueBoolean, "b:1"},
+      {u"Faux", ValueBoolean, "b:0"},
+      {u"1", ValueBoolean, "#VALUE!"},
+      {u"TRUE", ValueBoolean, "#VALUE!"},
+      {u"vraie", ValueBoolean, "#VALUE!"},
+      {u"", ValueBoolean, "#VALUE!"},
+      {u"#ref!", ValueError, "#REF!"},
+      {u"#ref", ValueError, "#VALUE!"},
+      {u"#null!", ValueError, "#NULL!"},
+      {u"#n/a", ValueError, "#N/A"},
+      {u"#DIV/0!", ValueError, "#DIV/0!"},
+      {u"FAUX", ValueError, "#VALUE!"},
+      // Dates and times, unless signed; currency after a leading symbol; parentheses negate.
+      {u"1/2/2024", ValueNumber, "n:45323"},
+      {u"14:30", ValueNumber, "n:0.6041666666666666"},
+      {u"-1/2/2024", ValueNumber, "#VALUE!"},
+      {u"janv. 2024", ValueNumber, "n:45292"},
+      {u"\u20AC12,5", ValueNumber, "n:12.5"},
+      {u"(12)", ValueNumber, "n:-12"},
+      {u"(VRAI)", ValueNumber, "#VALUE!"},
+      {u"12 \u20AC", ValueNumber, "#VALUE!"},
   };
   for (const auto& c : cases)
     EXPECT_EQ(Coerced(Text(c.text), c.target, nullptr), c.expected) << TextToUtf8(c.text);
@@ -372,3 +394,35 @@ TEST_F(ValueTest, LostMemoryGivesNAOrAFailedCopy) {
 }
 
 }  // namespace
+
+// Reference text becomes a list on one sheet link: pieces split at the list separator, blanks
+// after it skipped; pieces on different sheets, or anything that is no reference, are #VALUE!.
+TEST_F(ValueTest, TextBecomesAReferenceList) {
+  EvalContext ctx = At(2, 3, 1);
+  std::u16string other = std::u16string(GetSheet(book, 0)->name) + u"!";
+  struct {
+    std::u16string text;
+    int a1Style;
+    const char* expected;
+    int32_t sheet;  // the sheet the list stands on, -1 when refused
+  } cases[] = {
+      {u"A1; B2:C3", 1, "list:A1;B2:C3", 1},
+      {other + u"A1;" + other + u"$D$4", 1, "list:A1;D4", 0},
+      {u"A1;" + other + u"B1", 1, "#VALUE!", -1},
+      {u"A1;", 1, "#VALUE!", -1},
+      {u"A1 ", 1, "#VALUE!", -1},
+      {u"nom", 1, "#VALUE!", -1},
+      {u"R1C1:R[1]C[1]", 0, "list:A1:E4", 1},
+  };
+  for (auto& c : cases) {
+    Value v{};
+    TextToRefListInStyle(&v, TextDuplicate(c.text.c_str()), &ctx, c.a1Style);
+    EXPECT_EQ(Show(v), c.expected) << TextToUtf8(c.text.c_str());
+    if (c.sheet >= 0 && v.tag == ValueRefList) {
+      ResolvedLink link{book, 99, 99, 99};
+      EXPECT_TRUE(ResolveLink(v.linkIndex, &link));
+      EXPECT_EQ(link.firstSheet, c.sheet) << TextToUtf8(c.text.c_str());
+    }
+    FreeValue(&v);
+  }
+}
