@@ -32,3 +32,67 @@ void FnNa(Value* args, Value* result, const EvalContext* ctx);
 void FnNbVide(Value* args, Value* result, const EvalContext* ctx);
 void FnType(Value* args, Value* result, const EvalContext* ctx);
 void FnTypeErreur(Value* args, Value* result, const EvalContext* ctx);
+
+// math.cpp
+void FnArrondi(Value* args, Value* result, const EvalContext* ctx);
+void FnArrondiInf(Value* args, Value* result, const EvalContext* ctx);
+void FnArrondiSup(Value* args, Value* result, const EvalContext* ctx);
+void FnTronque(Value* args, Value* result, const EvalContext* ctx);
+void FnEnt(Value* args, Value* result, const EvalContext* ctx);
+void FnPlafond(Value* args, Value* result, const EvalContext* ctx);
+void FnPlancher(Value* args, Value* result, const EvalContext* ctx);
+void FnArrondiAuMultiple(Value* args, Value* result, const EvalContext* ctx);
+void FnPair(Value* args, Value* result, const EvalContext* ctx);
+void FnImpair(Value* args, Value* result, const EvalContext* ctx);
+void FnMod(Value* args, Value* result, const EvalContext* ctx);
+void FnQuotient(Value* args, Value* result, const EvalContext* ctx);
+void FnPuissance(Value* args, Value* result, const EvalContext* ctx);
+void FnLog(Value* args, Value* result, const EvalContext* ctx);
+void FnLn(Value* args, Value* result, const EvalContext* ctx);
+void FnLog10(Value* args, Value* result, const EvalContext* ctx);
+void FnRacine(Value* args, Value* result, const EvalContext* ctx);
+void FnRacinePi(Value* args, Value* result, const EvalContext* ctx);
+void FnExp(Value* args, Value* result, const EvalContext* ctx);
+void FnSin(Value* args, Value* result, const EvalContext* ctx);
+void FnCos(Value* args, Value* result, const EvalContext* ctx);
+void FnTan(Value* args, Value* result, const EvalContext* ctx);
+void FnAsin(Value* args, Value* result, const EvalContext* ctx);
+void FnAcos(Value* args, Value* result, const EvalContext* ctx);
+void FnAtan(Value* args, Value* result, const EvalContext* ctx);
+void FnAtan2(Value* args, Value* result, const EvalContext* ctx);
+void FnSinh(Value* args, Value* result, const EvalContext* ctx);
+void FnCosh(Value* args, Value* result, const EvalContext* ctx);
+void FnTanh(Value* args, Value* result, const EvalContext* ctx);
+void FnAsinh(Value* args, Value* result, const EvalContext* ctx);
+void FnAcosh(Value* args, Value* result, const EvalContext* ctx);
+void FnAtanh(Value* args, Value* result, const EvalContext* ctx);
+void FnDegres(Value* args, Value* result, const EvalContext* ctx);
+void FnRadians(Value* args, Value* result, const EvalContext* ctx);
+void FnPi(Value* args, Value* result, const EvalContext* ctx);
+void FnAbs(Value* args, Value* result, const EvalContext* ctx);
+void FnSigne(Value* args, Value* result, const EvalContext* ctx);
+void FnFact(Value* args, Value* result, const EvalContext* ctx);
+void FnCombin(Value* args, Value* result, const EvalContext* ctx);
+void FnAlea(Value* args, Value* result, const EvalContext* ctx);
+void FnAleaEntreBornes(Value* args, Value* result, const EvalContext* ctx);
+void FnRomain(Value* args, Value* result, const EvalContext* ctx);
+
+// math_sums.cpp
+void FnProduit(Value* args, Value* result, const EvalContext* ctx);
+void FnSommeCarres(Value* args, Value* result, const EvalContext* ctx);
+void FnMultinomiale(Value* args, Value* result, const EvalContext* ctx);
+void FnPgcd(Value* args, Value* result, const EvalContext* ctx);
+void FnPpcm(Value* args, Value* result, const EvalContext* ctx);
+void FnSommeSeries(Value* args, Value* result, const EvalContext* ctx);
+void FnSommeProd(Value* args, Value* result, const EvalContext* ctx);
+void FnSommeX2My2(Value* args, Value* result, const EvalContext* ctx);
+void FnSommeX2Py2(Value* args, Value* result, const EvalContext* ctx);
+void FnSommeXMy2(Value* args, Value* result, const EvalContext* ctx);
+void FnSommeSi(Value* args, Value* result, const EvalContext* ctx);
+void FnNbSi(Value* args, Value* result, const EvalContext* ctx);
+void FnSousTotal(Value* args, Value* result, const EvalContext* ctx);
+
+// matrix.cpp
+void FnDeterMat(Value* args, Value* result, const EvalContext* ctx);
+void FnInverseMat(Value* args, Value* result, const EvalContext* ctx);
+void FnProduitMat(Value* args, Value* result, const EvalContext* ctx);
