@@ -17,19 +17,36 @@ void CopyMinor(const double* m, uint32_t n, uint32_t skipRow, uint32_t skipCol, 
   }
 }
 
-// Expansion along the first column. `scratch` holds a minor block for each level below this
-// one, each level's block followed by the deeper ones.
-double Expand(const double* m, uint32_t n, double* scratch) {
-  if (n == 1) return m[0];
-  double* minor = scratch;
-  double* deeper = scratch + (n - 1) * (n - 1);
-  double det = 0, sign = 1;
-  for (uint32_t r = 0; r < n; r++, sign = -sign) {
-    // A zero term adds nothing, and skipping its minor saves a whole subtree of the expansion.
-    if (m[r * n] == 0) continue;
-    CopyMinor(m, n, r, 0, minor);
-    det += sign * m[r * n] * Expand(minor, n - 1, deeper);
+// Expansion along the first column. Expanding always removes the first remaining column, so
+// every minor met is the set of rows still present over the last columns: the minors repeat, and
+// each is worked out once and kept by its row set. Each is computed by exactly the terms, in
+// exactly the order, of the plain recursion, so the result is the same to the last bit; only the
+// repeated work (factorial in n) is gone.
+struct Expansion {
+  const double* m;
+  uint32_t n;
+  double* known;  // by row set
+  uint8_t* done;
+};
+
+double ExpandRows(Expansion* x, uint32_t rows, uint32_t column) {
+  if (x->done[rows]) return x->known[rows];
+  double det = 0;
+  if (column == x->n - 1) {
+    for (uint32_t r = 0; r < x->n; r++)
+      if (rows & (1u << r)) det = x->m[r * x->n + column];
+  } else {
+    double sign = 1;
+    for (uint32_t r = 0; r < x->n; r++) {
+      if (!(rows & (1u << r))) continue;
+      double element = x->m[r * x->n + column];
+      // A zero term adds nothing, and skipping its minor saves a whole subtree of the expansion.
+      if (element != 0) det += sign * element * ExpandRows(x, rows & ~(1u << r), column + 1);
+      sign = -sign;
+    }
   }
+  x->known[rows] = det;
+  x->done[rows] = 1;
   return det;
 }
 
@@ -86,20 +103,27 @@ void ArrayResult(const double* numbers, uint32_t rows, uint32_t columns, Value* 
 }  // namespace
 
 int Determinant(const double* m, uint32_t n, double* out) {
-  if (n == 0) return 0;
-  uint64_t scratchSize = 0;
-  for (uint64_t k = 1; k < n; k++) scratchSize += k * k;
-  double* scratch = static_cast<double*>(Allocate(scratchSize * sizeof(double)));
-  if (!scratch) return 0;
-  *out = Expand(m, n, scratch);
-  Release(scratch);
-  return 1;
+  if (n == 0 || n > MaxDeterminantOrder) return 0;
+  Expansion x{m, n, nullptr, nullptr};
+  uint32_t sets = 1u << n;
+  x.known = static_cast<double*>(Allocate(sets * sizeof(double)));
+  x.done = static_cast<uint8_t*>(Allocate(sets));
+  int ok = x.known && x.done;
+  if (ok) *out = ExpandRows(&x, sets - 1, 0);
+  Release(x.known);
+  Release(x.done);
+  return ok;
 }
 
 void FnDeterMat(Value* args, Value* result, const EvalContext* ctx) {
   uint32_t n = 0;
   double* m = SquareOf(&args[0], result, ctx, &n);
   if (!m) return;
+  if (n > MaxDeterminantOrder) {
+    Release(m);
+    *result = ErrorValue(ErrNum);
+    return;
+  }
   double det;
   *result = Determinant(m, n, &det) ? NumberValue(det) : ErrorValue(ErrNA);
   Release(m);
@@ -110,6 +134,11 @@ void FnInverseMat(Value* args, Value* result, const EvalContext* ctx) {
   uint32_t n = 0;
   double* m = SquareOf(&args[0], result, ctx, &n);
   if (!m) return;
+  if (n > MaxDeterminantOrder) {
+    Release(m);
+    *result = ErrorValue(ErrNum);
+    return;
+  }
   double* inverse = static_cast<double*>(Allocate(n * n * sizeof(double)));
   double* minor = static_cast<double*>(Allocate((n - 1) * (n - 1) * sizeof(double)));
   double det = 0;

@@ -26,8 +26,12 @@ double Factorial(int32_t n);
 // below 1.
 double Combinations(int32_t n, int32_t k);
 
+// Matrices above this order give #NUM!: the expansion keeps one value per set of rows, 2^n of
+// them, and without that store the expansion by minors would take n! steps.
+constexpr uint32_t MaxDeterminantOrder = 20;
 // The determinant of the n by n row-major block `m`, by expansion along the first column.
-// Returns 0 when memory runs out. Defined with the matrix functions.
+// Returns 0 when memory runs out or n is above MaxDeterminantOrder. Defined with the matrix
+// functions.
 int Determinant(const double* m, uint32_t n, double* out);
 
 // The standard prologue for a number argument: converts `a` in place. Returns 0 with the error in

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 #include <set>
+#include <vector>
 
 #include "formula/evaluator.h"
 #include "formula/parser.h"
@@ -407,3 +408,40 @@ TEST_F(MathTest, SousTotalSkipsNestedSubtotals) {
 }
 
 }  // namespace
+
+namespace {
+// The expansion by minors as written: n! terms, no stored minors.
+double PlainExpansion(const std::vector<double>& m, uint32_t n) {
+  if (n == 1) return m[0];
+  double det = 0, sign = 1;
+  for (uint32_t r = 0; r < n; r++, sign = -sign) {
+    if (m[r * n] == 0) continue;
+    std::vector<double> minor;
+    for (uint32_t i = 0; i < n; i++)
+      for (uint32_t j = 1; j < n && i != r; j++) minor.push_back(m[i * n + j]);
+    det += sign * m[r * n] * PlainExpansion(minor, n - 1);
+  }
+  return det;
+}
+}  // namespace
+
+// Keeping the minors by row set gives the plain expansion's result to the last bit, and makes
+// the larger orders finish; above the limit the result is #NUM!.
+TEST(MathDeterminant, StoredMinorsGiveThePlainExpansionExactly) {
+  unsigned seed = 7;
+  for (uint32_t n = 1; n <= 7; n++) {
+    std::vector<double> m(n * n);
+    for (double& x : m)
+      x = static_cast<double>((seed = seed * 1103515245u + 12345u) % 2001) / 7 - 140;
+    m[n * n / 2] = 0;
+    double det = 0;
+    ASSERT_TRUE(Determinant(m.data(), n, &det));
+    EXPECT_EQ(det, PlainExpansion(m, n)) << n;
+  }
+  std::vector<double> identity(MaxDeterminantOrder * MaxDeterminantOrder, 0);
+  for (uint32_t i = 0; i < MaxDeterminantOrder; i++) identity[i * MaxDeterminantOrder + i] = 2;
+  double det = 0;
+  ASSERT_TRUE(Determinant(identity.data(), MaxDeterminantOrder, &det));
+  EXPECT_EQ(det, std::ldexp(1.0, MaxDeterminantOrder));
+  EXPECT_FALSE(Determinant(identity.data(), MaxDeterminantOrder + 1, &det));
+}
