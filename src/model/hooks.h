@@ -33,3 +33,17 @@ int LoadWorkbookForLinks(const char16_t* path, uint32_t* book);
 // A name's formula evaluated to a reference on a macro sheet (formula/evaluator.cpp).
 int NameIsMacroCell(uint32_t book, uint32_t sheet, const FormulaTokens* tokens, uint32_t* outBook,
                     uint32_t* outSheet, Range* out);
+
+// A block of cells moved by (rowDelta, colDelta): what later subsystems anchor to cells follows.
+// Validation and conditional-format areas move, and an area cut by the block's edge is split.
+void ShiftValidationAndConditionalAreas(uint32_t book, uint32_t sheet, const Range* source,
+                                        int32_t rowDelta, int32_t colDelta);
+// Drawing objects anchored in the block move; those right of or below it are pushed or stretched.
+void ShiftSheetObjects(uint32_t book, uint32_t sheet, const Range* source, int32_t rowDelta,
+                       int32_t colDelta);
+// The token strings of validation and conditional rules, chart series and object links.
+void RewriteRuleAndChartTokens(uint32_t book, uint32_t sheet, const Range* source, int32_t rowDelta,
+                               int32_t colDelta);
+// The autofilter area and the print areas of the sheet.
+void ShiftFilterAndPrintAreas(uint32_t book, uint32_t sheet, const Range* source, int32_t rowDelta,
+                              int32_t colDelta);

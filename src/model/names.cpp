@@ -371,7 +371,8 @@ static void RaiseIfBehind(int16_t* sheet, uint32_t position) {
 void RenumberForInsertedSheet(uint32_t book, uint32_t position, int32_t kind) {
   Workbook* wb = GetWorkbook(book);
   for (uint32_t i = 0; i < wb->nameCount; i++) {
-    if (wb->names[i].localSheet > position) wb->names[i].localSheet++;
+    uint16_t local = wb->names[i].localSheet;
+    if (local != NameOfDeletedSheet && local > position) wb->names[i].localSheet++;
   }
   if (!(kind & SheetWithCells)) return;
   for (uint32_t i = 0; i < wb->sheetLinkCount; i++) {
@@ -382,5 +383,41 @@ void RenumberForInsertedSheet(uint32_t book, uint32_t position, int32_t kind) {
     }
     RaiseIfBehind(&link->firstSheet, position);
     RaiseIfBehind(&link->lastSheet, position);
+  }
+}
+
+// A self link's end on the deleted sheet: the first end keeps its index, which now names the
+// sheet that followed; the last end steps back to the one before. The caller handles a link
+// wholly on the sheet.
+static void LowerForDeleted(int16_t* sheet, uint32_t position, bool lastEnd) {
+  if (*sheet < 0) return;
+  uint32_t at = static_cast<uint32_t>(*sheet);
+  if (at > position || (at == position && lastEnd)) (*sheet)--;
+}
+
+void RenumberForDeletedSheet(uint32_t book, uint32_t position, int32_t kind) {
+  Workbook* wb = GetWorkbook(book);
+  for (uint32_t i = 0; i < wb->nameCount; i++) {
+    uint16_t* local = &wb->names[i].localSheet;
+    if (*local == NameOfDeletedSheet || *local == 0) continue;
+    if (*local == position + 1)
+      *local = NameOfDeletedSheet;
+    else if (*local > position + 1)
+      (*local)--;
+  }
+  if (!(kind & SheetWithCells)) return;
+  for (uint32_t i = 0; i < wb->sheetLinkCount; i++) {
+    SheetLink* link = &wb->sheetLinks[i];
+    if (link->bookIndex < 0 || static_cast<uint32_t>(link->bookIndex) >= wb->externalBookCount ||
+        wb->externalBooks[link->bookIndex].kind != ExternalSelf) {
+      continue;
+    }
+    if (link->firstSheet == static_cast<int16_t>(position) &&
+        link->lastSheet == static_cast<int16_t>(position)) {
+      link->firstSheet = link->lastSheet = DeletedSheet;
+      continue;
+    }
+    LowerForDeleted(&link->firstSheet, position, false);
+    LowerForDeleted(&link->lastSheet, position, true);
   }
 }

@@ -18,6 +18,8 @@ constexpr uint16_t NameHidden = 1;
 constexpr uint16_t NameFunction = 2;
 constexpr uint16_t NameCommand = 8;
 constexpr uint32_t BuiltInNameCount = 14;
+// The localSheet of a name whose sheet was deleted: beyond any sheet, so it matches none.
+constexpr uint16_t NameOfDeletedSheet = 0xFFFF;
 extern const char16_t* const BuiltInNames[BuiltInNameCount];
 
 struct ExternalName {
@@ -99,5 +101,10 @@ int OpenLinkedBook(uint32_t fromBook, const ExternalBook* external, uint32_t* bo
 void FreeLinks(uint32_t book);
 // After a sheet was inserted at `position`: local names and self links behind it move up.
 void RenumberForInsertedSheet(uint32_t book, uint32_t position, int32_t kind);
+// After the sheet at `position` was taken out: local names and self links behind it move down.
+// Names local to that sheet get NameOfDeletedSheet, so no lookup finds them while their entries
+// stay for the tokens that count on them. A self link wholly on that sheet becomes DeletedSheet,
+// which ResolveLink refuses; a span that ends on it shrinks to the sheets that remain.
+void RenumberForDeletedSheet(uint32_t book, uint32_t position, int32_t kind);
 // Leaf of a path: what follows the last backslash, slash or character 3.
 const char16_t* LeafName(const char16_t* path);

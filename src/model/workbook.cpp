@@ -1,5 +1,5 @@
-// Workbooks and sheets: the application record, creating and closing workbooks, inserting and
-// finding sheets.
+// Workbooks and sheets: the application record, creating and closing workbooks, inserting,
+// deleting and finding sheets.
 #include "model/workbook.h"
 
 #include <bit>
@@ -10,6 +10,7 @@
 #include "base/message.h"
 #include "base/text.h"
 #include "model/hooks.h"
+#include "model/undo.h"
 
 Application App;
 
@@ -66,6 +67,7 @@ int InsertSheet(uint32_t book, uint32_t position, const char16_t* name, int32_t 
     return 0;
   }
   if (position > wb->sheetCount) position = wb->sheetCount;
+  uint32_t previousCurrent = wb->currentSheet;
   // The pointer array doubles: its capacity is the power of two at or above the count.
   uint32_t capacity = wb->sheetCount ? std::bit_ceil(wb->sheetCount) : 0;
   if (!GrowArray(&wb->sheets, &capacity, wb->sheetCount + 1, capacity ? capacity : 1)) return 0;
@@ -96,7 +98,33 @@ int InsertSheet(uint32_t book, uint32_t position, const char16_t* name, int32_t 
 
   RenumberForInsertedSheet(book, position, kind);
   (void)updateView;  // the view refresh joins with the shell
-  if (undoable) wb->dirty = 1;
+  if (undoable) {
+    int32_t undoKind = kind == SheetWorksheet ? UndoInsertWorksheet
+                       : kind == SheetChart   ? UndoInsertChartSheet
+                       : kind == SheetMacro   ? UndoInsertMacroSheet
+                                              : -1;
+    // Without its record the insertion could not be taken back, so it does not happen.
+    if (undoKind >= 0 && !PushUndo(book, position, undoKind)) {
+      DeleteSheet(book, position);
+      GetWorkbook(book)->currentSheet = previousCurrent;
+      return 0;
+    }
+    GetWorkbook(book)->dirty = 1;
+  }
+  return 1;
+}
+
+int DeleteSheet(uint32_t book, uint32_t sheet) {
+  Workbook* wb = GetWorkbook(book);
+  if (sheet >= wb->sheetCount || wb->sheetCount < 2) return 0;
+  Sheet* s = wb->sheets[sheet];
+  int32_t kind = s->kind;
+  FreeSheet(s);
+  std::memmove(&wb->sheets[sheet], &wb->sheets[sheet + 1],
+               (wb->sheetCount - sheet - 1) * sizeof(Sheet*));
+  wb->sheetCount--;
+  if (wb->currentSheet > sheet || wb->currentSheet >= wb->sheetCount) wb->currentSheet--;
+  RenumberForDeletedSheet(book, sheet, kind);
   return 1;
 }
 

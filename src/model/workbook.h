@@ -148,9 +148,17 @@ inline bool SheetHasCells(const Sheet* s) {
 int CreateWorkbook(const char16_t* path, int updateView, uint32_t* book);
 void CloseWorkbook(uint32_t book);
 // Inserts a sheet at `position`; a null name generates one. Returns 0 with the message
-// "No room to insert sheet" when the workbook holds 32767 sheets, or on lost memory.
+// "No room to insert sheet" when the workbook holds 32767 sheets, or on lost memory. With
+// `undoable` the insertion is recorded for undo and the workbook marked dirty; when the record
+// can't be made, the sheet is taken out again and 0 returned.
 int InsertSheet(uint32_t book, uint32_t position, const char16_t* name, int32_t kind, int undoable,
                 int updateView);
+// Takes the sheet at `sheet` out and frees it; the sheets behind it move down one place, with
+// the local names and self links that count them. Self links on the sheet itself turn into the
+// deleted state, which resolves to nothing. The readers of the sheet are not marked: a caller on
+// a worksheet marks them first (PropagateDirty over the whole sheet), while links still reach it.
+// Returns 0, changing nothing, for an index out of range or the only sheet of the workbook.
+int DeleteSheet(uint32_t book, uint32_t sheet);
 // Index of the sheet with that name (ignoring case), or -1.
 int32_t FindSheetByName(uint32_t book, const char16_t* name);
 // Closes every workbook and starts the application record afresh, the counter of new workbook
