@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdio>
 #include <ctime>
 #include <string>
 
@@ -20,158 +21,136 @@ namespace {
 struct InputTest : testing::Test {
   void TearDown() override { ApplyLocale(LocaleFrench); }
 };
-struct InputUsTest : InputTest {
-  void SetUp() override { ApplyLocale(LocaleEnglishUS); }
-};
 
 constexpr double Hour = 1.0 / 24;
 constexpr double Second = 1.0 / 86400;
 
-struct Row {
+// A number to 15 significant digits, as the program itself shows numbers.
+std::string Digits(double d) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.15g", d);
+  return text;
+}
+
+struct Number {
   const char16_t* text;
-  InputKind kind;
-  double number;  // the number, the boolean (0 or 1) or the error code
+  double number;
   InputFormatHint hint;
   int32_t detail;
 };
 
-void ExpectClassified(std::initializer_list<Row> rows, const ParseContext* ctx = nullptr) {
-  for (const Row& row : rows) {
+void ExpectNumbers(std::initializer_list<Number> rows, const ParseContext* ctx = nullptr) {
+  for (const Number& row : rows) {
     SCOPED_TRACE(TextToUtf8(row.text));
     InputResult r;
-    EXPECT_EQ(ClassifyInput(ctx, row.text, &r), row.kind);
-    EXPECT_EQ(r.kind, row.kind);
-    if (row.kind == InputNumber) {
-      EXPECT_NEAR(r.number, row.number, 1e-9 * std::fmax(1, std::fabs(row.number)));
-      EXPECT_EQ(r.hint, row.hint);
-      EXPECT_EQ(r.hintDetail, row.detail);
-    }
-    if (row.kind == InputBoolean) {
-      EXPECT_EQ(r.boolean, row.number);
-    }
-    if (row.kind == InputError) {
-      EXPECT_EQ(r.error, row.number);
-    }
+    EXPECT_EQ(ClassifyInput(ctx, row.text, &r), InputNumber);
+    EXPECT_EQ(r.kind, InputNumber);
+    EXPECT_NEAR(r.number, row.number, 1e-9 * std::fmax(1, std::fabs(row.number)));
+    EXPECT_EQ(r.hint, row.hint);
+    EXPECT_EQ(r.hintDetail, row.detail);
   }
 }
 
-int32_t ThisYear() {
-  std::time_t now = std::time(nullptr);
-  return std::localtime(&now)->tm_year + 1900;
+void ExpectKind(InputKind kind, std::initializer_list<const char16_t*> texts,
+                const ParseContext* ctx = nullptr) {
+  for (const char16_t* text : texts) {
+    InputResult r;
+    EXPECT_EQ(ClassifyInput(ctx, text, &r), kind) << TextToUtf8(text);
+    EXPECT_EQ(r.kind, kind) << TextToUtf8(text);
+  }
 }
 
 TEST_F(InputTest, ClassifiesFrenchNumbers) {
-  ExpectClassified({
-      {u"", InputEmpty, 0, HintNone, 0},
-      {u"1,5", InputNumber, 1.5, HintNone, 0},
-      {u",5", InputNumber, 0.5, HintNone, 0},
-      {u"1.5", InputText, 0, HintNone, 0},
-      {u"1 234,5", InputNumber, 1234.5, HintThousands, 2},
-      {u"1\u00A0234,5", InputNumber, 1234.5, HintThousands, 2},
-      {u"1\u202F234", InputNumber, 1234, HintThousands, 0},
-      {u"-1 234 567", InputNumber, -1234567, HintThousands, 0},
-      {u"12 34", InputText, 0, HintNone, 0},
-      {u"1E5", InputNumber, 1e5, HintNone, 0},
-      {u"1 E 5", InputNumber, 1e5, HintNone, 0},
-      {u"1E999", InputText, 0, HintNone, 0},
-      {u"12%", InputNumber, 0.12, HintPercent, 0},
-      {u"-1,5 %", InputNumber, -0.015, HintPercent, 2},
-      {u"(12)", InputNumber, -12, HintNone, 0},
-      {u"12 \u20AC", InputNumber, 12, HintCurrency, 0},
-      {u"12,50\u00A0\u20AC", InputNumber, 12.5, HintCurrency, 2},
+  ExpectNumbers({
+      {u"1,5", 1.5, HintNone, 0},
+      {u",5", 0.5, HintNone, 0},
+      {u"1 234,5", 1234.5, HintThousands, 2},
+      {u"1\u202F234", 1234, HintThousands, 0},
+      {u"-1 234 567", -1234567, HintThousands, 0},
+      {u"1E5", 1e5, HintNone, 0},
+      {u"1 E 5", 1e5, HintNone, 0},
+      {u"12%", 0.12, HintPercent, 0},
+      {u"-1,5 %", -0.015, HintPercent, 2},
+      {u"(12)", -12, HintNone, 0},
+      {u"(1 234)", -1234, HintNone, 0},
+      {u"12 \u20AC", 12, HintCurrency, 0},
+      {u"12,50\u00A0\u20AC", 12.5, HintCurrency, 2},
+      {u"-12 \u20AC", -12, HintCurrency, 0},
+      {u"12 \u20AC-", -12, HintCurrency, 0},
       // A leading symbol gives the grouped format; parentheses hold only a plain number.
-      {u"\u20AC12", InputNumber, 12, HintThousands, 0},
-      {u"\u20AC12,5", InputNumber, 12.5, HintThousands, 2},
-      {u"\u20AC12 \u20AC", InputText, 0, HintNone, 0},
-      {u"-12 \u20AC", InputNumber, -12, HintCurrency, 0},
-      {u"12 \u20AC-", InputNumber, -12, HintCurrency, 0},
-      {u"(1 234 \u20AC)", InputText, 0, HintNone, 0},
-      {u"(1 234)", InputNumber, -1234, HintNone, 0},
-      {u"-(12 \u20AC)", InputText, 0, HintNone, 0},
-      {u"12 $", InputText, 0, HintNone, 0},
-      {u"vrai", InputBoolean, 1, HintNone, 0},
-      {u"#n/a", InputError, ErrNA, HintNone, 0},
-      {u"-", InputText, 0, HintNone, 0},
-      {u"=", InputText, 0, HintNone, 0},
-      {u"=1+2", InputText, 0, HintNone, 0},  // no workbook: no formula scan
+      {u"\u20AC12", 12, HintThousands, 0},
+      {u"\u20AC12,5", 12.5, HintThousands, 2},
   });
+  ExpectKind(InputText, {u"1.5", u"12 34", u"1E999", u"\u20AC12 \u20AC", u"(1 234 \u20AC)",
+                         u"-(12 \u20AC)", u"12 $", u"-", u"=", u"=1+2"});  // no workbook: no scan
+  ExpectKind(InputEmpty, {u""});
+  InputResult r;
+  ASSERT_EQ(ClassifyInput(nullptr, u"vrai", &r), InputBoolean);
+  EXPECT_EQ(r.boolean, 1);
+  ASSERT_EQ(ClassifyInput(nullptr, u"#n/a", &r), InputError);
+  EXPECT_EQ(r.error, ErrNA);
 }
 
 TEST_F(InputTest, ClassifiesFrenchDatesAndTimes) {
-  ExpectClassified({
-      {u"1/2/2024", InputNumber, 45323, HintDate, 0},
-      {u"01-02-24", InputNumber, 45323, HintDate, 0},
-      {u"29/2/2024", InputNumber, 45351, HintDate, 0},
-      {u"29/2/2023", InputText, 0, HintNone, 0},
-      {u"2024/1/15", InputNumber, 45306, HintDate, 0},  // a leading year reads year first
-      {u"1/2/2024 12:00", InputNumber, 45323.5, HintDate, 0},
-      {u"1/2/", InputText, 0, HintNone, 0},
-      {u"1 2 2024", InputText, 0, HintNone, 0},
-      {u"1/1/1899", InputText, 0, HintNone, 0},
-      {u"1/2024", InputNumber, 45292, HintDate, 0},
-      {u"janv. 2024", InputNumber, 45292, HintDate, 0},
-      {u"15 JANV 2024", InputNumber, 45306, HintDate, 0},
-      {u"15-janv.-24", InputNumber, 45306, HintDate, 0},
-      {u"janv.", InputText, 0, HintNone, 0},
-      {u"janvx 2024", InputText, 0, HintNone, 0},
-      {u"14:30", InputNumber, 14.5 * Hour, HintTime, 20},
-      {u"14:30:15", InputNumber, 14.5 * Hour + 15 * Second, HintTime, 21},
-      {u"2:30 PM", InputNumber, 14.5 * Hour, HintTime, 18},
-      {u"12:00 am", InputNumber, 0, HintTime, 18},
-      {u"2 p", InputNumber, 14 * Hour, HintTime, 18},
-      {u"1:02:03,5 PM", InputNumber, 13 * Hour + 123.5 * Second, HintTime, 19},
-      {u"1:30,5", InputNumber, 90.5 * Second, HintTime, 21},
-      {u"0:90", InputNumber, 0.0625, HintTime, 20},
-      {u"14:", InputNumber, 14 * Hour, HintTime, 20},
-      {u"2 PMX", InputText, 0, HintNone, 0},
+  std::time_t now = std::time(nullptr);
+  const int32_t year = std::localtime(&now)->tm_year + 1900;
+  ExpectNumbers({
+      {u"1/2/2024", 45323, HintDate, 0},
+      {u"01-02-24", 45323, HintDate, 0},
+      {u"29/2/2024", 45351, HintDate, 0},
+      {u"2024/1/15", 45306, HintDate, 0},  // a leading year reads year first
+      {u"1/2/2024 12:00", 45323.5, HintDate, 0},
+      {u"1/2024", 45292, HintDate, 0},
+      {u"janv. 2024", 45292, HintDate, 0},
+      {u"15 JANV 2024", 45306, HintDate, 0},
+      {u"15-janv.-24", 45306, HintDate, 0},
+      {u"1/2", DateToSerial(year, 2, 1) * 1.0, HintDate, 0},
+      {u"janv. 15", DateToSerial(year, 1, 15) * 1.0, HintDate, 0},
+      {u"1/13", DateToSerial(year, 1, 13) * 1.0, HintDate, 0},
+      {u"14:30", 14.5 * Hour, HintTime, 20},
+      {u"14:30:15", 14.5 * Hour + 15 * Second, HintTime, 21},
+      {u"2:30 PM", 14.5 * Hour, HintTime, 18},
+      {u"12:00 am", 0, HintTime, 18},
+      {u"2 p", 14 * Hour, HintTime, 18},
+      {u"1:02:03,5 PM", 13 * Hour + 123.5 * Second, HintTime, 19},
+      {u"1:30,5", 90.5 * Second, HintTime, 21},
+      {u"0:90", 0.0625, HintTime, 20},
+      {u"14:", 14 * Hour, HintTime, 20},
   });
-  int32_t year = ThisYear();
-  ExpectClassified({
-      {u"1/2", InputNumber, DateToSerial(year, 2, 1) * 1.0, HintDate, 0},
-      {u"janv. 15", InputNumber, DateToSerial(year, 1, 15) * 1.0, HintDate, 0},
-      {u"1/13", InputNumber, DateToSerial(year, 1, 13) * 1.0, HintDate, 0},
-  });
+  ExpectKind(InputText,
+             {u"29/2/2023", u"1/2/", u"1 2 2024", u"1/1/1899", u"janv.", u"janvx 2024", u"2 PMX"});
 }
 
-TEST_F(InputUsTest, ClassifiesUsForms) {
-  ExpectClassified({
-      {u"1,234.5", InputNumber, 1234.5, HintThousands, 2},
-      {u"1.5", InputNumber, 1.5, HintNone, 0},
-      {u"1,5", InputText, 0, HintNone, 0},
-      {u"$12", InputNumber, 12, HintThousands, 0},
-      {u"-$1,234.50", InputNumber, -1234.5, HintCurrency, 2},
-      {u"($12)", InputText, 0, HintNone, 0},
-      {u"(12)", InputNumber, -12, HintNone, 0},
-      {u"1/2/2024", InputNumber, 45293, HintDate, 0},
-      {u"13/1/2024", InputNumber, 45304, HintDate, 0},
-      {u"12/25/29", InputNumber, 47477, HintDate, 0},
-      {u"12/25/30", InputNumber, 11317, HintDate, 0},
-      {u"jan 2024", InputNumber, 45292, HintDate, 0},
-      {u"1:30.5", InputNumber, 90.5 * Second, HintTime, 21},
-      {u"2:30 pm", InputNumber, 14.5 * Hour, HintTime, 18},
-      {u"vrai", InputBoolean, 1, HintNone, 0},
+TEST_F(InputTest, ClassifiesUsForms) {
+  ApplyLocale(LocaleEnglishUS);
+  ExpectNumbers({
+      {u"1,234.5", 1234.5, HintThousands, 2},
+      {u"1.5", 1.5, HintNone, 0},
+      {u"$12", 12, HintThousands, 0},
+      {u"-$1,234.50", -1234.5, HintCurrency, 2},
+      {u"1/2/2024", 45293, HintDate, 0},
+      {u"13/1/2024", 45304, HintDate, 0},
+      {u"12/25/29", 47477, HintDate, 0},
+      {u"12/25/30", 11317, HintDate, 0},
+      {u"jan 2024", 45292, HintDate, 0},
+      {u"1:30.5", 90.5 * Second, HintTime, 21},
   });
+  ExpectKind(InputText, {u"1,5", u"($12)"});
+  ExpectKind(InputBoolean, {u"vrai"});
 }
 
 TEST_F(InputTest, WholeStringReaders) {
-  struct NumberRow {
-    const char16_t* text;
-    int ok;
-    double number;
-  };
-  for (const NumberRow& row : std::initializer_list<NumberRow>{
-           {u"12 34", 1, 1234},  // grouping is loose here
-           {u"12%", 1, 0.12},
-           {u"12 \u20AC", 1, 12},
-           {u"(5)", 1, -5},
-           {u"1/2/2024", 0, 0},
-           {u"", 0, 0},
-       }) {
-    SCOPED_TRACE(TextToUtf8(row.text));
+  // The number read, or "no" with the output left alone.
+  auto number = [](const char16_t* text) {
     double out = -7;
-    EXPECT_EQ(ParseNumberInput(row.text, &out), row.ok);
-    EXPECT_DOUBLE_EQ(out, row.ok ? row.number : -7);
-  }
+    return ParseNumberInput(text, &out) ? Digits(out) : out == -7 ? "no" : "changed";
+  };
+  EXPECT_EQ(number(u"12 34"), "1234");  // grouping is loose here
+  EXPECT_EQ(number(u"12%"), "0.12");
+  EXPECT_EQ(number(u"12 \u20AC"), "12");
+  EXPECT_EQ(number(u"(5)"), "-5");
+  EXPECT_EQ(number(u"1/2/2024"), "no");
+  EXPECT_EQ(number(u""), "no");
 
   double amount = 0;
   int32_t digits = -1;
@@ -200,34 +179,21 @@ TEST_F(InputTest, WholeStringReaders) {
 }
 
 TEST_F(InputTest, TextToValueReplacesWhatItSpells) {
-  struct ValueRow {
-    const char16_t* text;
-    uint16_t tag;
-    double number;
-  };
-  for (const ValueRow& row : std::initializer_list<ValueRow>{
-           {u"1,5", ValueNumber, 1.5},
-           {u"1/2/2024", ValueNumber, 45323 - Date1904Offset},
-           {u"12:00", ValueNumber, 0.5},
-           {u"vrai", ValueBoolean, 1},
-           {u"#N/A", ValueText, 0},
-       }) {
-    SCOPED_TRACE(TextToUtf8(row.text));
-    Value v = TextValue(TextDuplicate(row.text));
+  auto replaced = [](Value v) {
     TextToValue(&v, 1);
-    EXPECT_EQ(v.tag, row.tag);
-    if (row.tag == ValueNumber) {
-      EXPECT_DOUBLE_EQ(v.number, row.number);
-    } else if (row.tag == ValueBoolean) {
-      EXPECT_EQ(v.boolean, row.number);
-    } else {
-      EXPECT_EQ(TextToUtf8(v.text), TextToUtf8(row.text));
-    }
+    std::string s = v.tag == ValueNumber    ? "n:" + Digits(v.number)
+                    : v.tag == ValueBoolean ? "b:" + std::to_string(v.boolean)
+                    : v.tag == ValueText    ? "s:" + TextToUtf8(v.text)
+                                            : "?";
     FreeValue(&v);
-  }
-  Value n = NumberValue(3);
-  TextToValue(&n, 0);
-  EXPECT_EQ(n.number, 3);
+    return s;
+  };
+  EXPECT_EQ(replaced(TextValue(TextDuplicate(u"1,5"))), "n:1.5");
+  EXPECT_EQ(replaced(TextValue(TextDuplicate(u"1/2/2024"))), "n:43861");  // 1904 system
+  EXPECT_EQ(replaced(TextValue(TextDuplicate(u"12:00"))), "n:0.5");
+  EXPECT_EQ(replaced(TextValue(TextDuplicate(u"vrai"))), "b:1");
+  EXPECT_EQ(replaced(TextValue(TextDuplicate(u"#N/A"))), "s:#N/A");
+  EXPECT_EQ(replaced(NumberValue(3)), "n:3");
 }
 
 TEST_F(InputTest, DateAndTimeTexts) {
@@ -247,10 +213,12 @@ TEST_F(InputTest, DateAndTimeTexts) {
            {LocaleFrench, -0.25, 0, "31/12/99", "18:00:00"},
        }) {
     ApplyLocale(row.locale);
-    EXPECT_EQ(DateText(row.serial, row.date1904, out), std::char_traits<char>::length(row.date));
+    uint32_t n = DateText(row.serial, row.date1904, out);
     EXPECT_EQ(TextToUtf8(out), row.date);
-    EXPECT_EQ(TimeText(row.serial, out), 8u);
+    EXPECT_EQ(n, TextLength(out));
+    n = TimeText(row.serial, out);
     EXPECT_EQ(TextToUtf8(out), row.time);
+    EXPECT_EQ(n, TextLength(out));
   }
   DateText(1e300, 0, out);
   DateText(NAN, 0, out);
@@ -282,39 +250,20 @@ TEST_F(InputTest, LongTextsStayInBounds) {
   EXPECT_EQ(ClassifyInput(nullptr, digits.c_str(), &r), InputText);
 }
 
-struct InputFormulaTest : InputTest {
+// With a workbook, its date system applies and a text that starts with "=", "+" or "-" is a
+// formula when the scan reaches its end.
+TEST_F(InputTest, FormulasAndTheWorkbookDateSystem) {
   uint32_t book = 0;
+  ASSERT_TRUE(CreateWorkbook(nullptr, 0, &book));
   ParseContext ctx{};
-  void SetUp() override {
-    CloseAllWorkbooks();
-    ASSERT_TRUE(CreateWorkbook(nullptr, 0, &book));
-    ctx.book = book;
-    ctx.a1Style = 1;
-  }
-  void TearDown() override {
-    CloseAllWorkbooks();
-    InputTest::TearDown();
-  }
-};
-
-TEST_F(InputFormulaTest, UsesTheWorkbookDateSystem) {
+  ctx.book = book;
+  ctx.a1Style = 1;
+  ExpectKind(InputFormula, {u"=1+2", u"= 1", u"-A1"}, &ctx);
+  ExpectKind(InputText, {u"=1+", u"=", u"-"}, &ctx);
   GetWorkbook(book)->date1904 = 1;
-  ExpectClassified({{u"1/2/2024", InputNumber, 45323 - Date1904Offset, HintDate, 0}}, &ctx);
-}
-
-TEST_F(InputFormulaTest, FormulasScanToTheEnd) {
-  if (ScanExpression(&ctx, u"1", 0, 1, 0, nullptr) != 1) GTEST_SKIP() << "no parser yet";
-  ExpectClassified(
-      {
-          {u"=1+2", InputFormula, 0, HintNone, 0},
-          {u"= 1", InputFormula, 0, HintNone, 0},
-          {u"=1+", InputText, 0, HintNone, 0},
-          {u"=", InputText, 0, HintNone, 0},
-          {u"-A1", InputFormula, 0, HintNone, 0},
-          {u"-", InputText, 0, HintNone, 0},
-          {u"-5", InputNumber, -5, HintNone, 0},
-      },
-      &ctx);
+  ExpectNumbers({{u"-5", -5, HintNone, 0}, {u"1/2/2024", 45323 - Date1904Offset, HintDate, 0}},
+                &ctx);
+  CloseAllWorkbooks();
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "base/alloc.h"
@@ -21,34 +22,37 @@ namespace {
 
 constexpr uint8_t R = ClassReference, V = ClassValue;
 
-struct Case {
-  const char* what;
-  TokenBuilder tokens;
-  const char* expected;
-};
+TokenBuilder T() {
+  return TokenBuilder{};
+}
 
+// Sheets Feuil1, Feuil2, "Mon budget", "L'an"; links to them, to another book b.xls (sheets
+// Feuil1 and "Ventes 2", names Taux at book level and Prix on Feuil1), to a book on drive C and
+// to an add-in; the defined names Total (global) and Local (on "Mon budget").
 struct FormulaTextTest : testing::Test {
   uint32_t book = 0;
-  uint16_t second = 0, secondToBudget = 0, budget = 0, quoteSheet = 0, deleted = 0, bare = 0;
-  uint16_t other = 0, otherSpaced = 0, otherRange = 0, otherBook = 0, pathed = 0, driveC = 0;
-  uint16_t addIn = 0, total = 0, local = 0;
+  uint16_t second, budget, quoteSheet, deleted, bare, other, otherRange, otherBook, driveC, addIn;
+  uint16_t total, local;
 
-  int16_t AddBook(int32_t kind, const char16_t* path) {
-    uint32_t index = 0;
+  // An extern book with its sheets, and its names under field 0, 1, ...
+  uint32_t Extern(int32_t kind, const char16_t* path,
+                  std::initializer_list<const char16_t*> sheets = {},
+                  std::initializer_list<const char16_t*> names = {}) {
+    uint32_t index = 0, name = 0;
+    int16_t sheet = 0;
+    uint16_t field = 0;
     EXPECT_TRUE(FindOrAddExternalBook(book, kind, path, &index));
-    return static_cast<int16_t>(index);
-  }
-  int16_t Sheet(int16_t external, const char16_t* name) {
-    int16_t index = 0;
-    EXPECT_TRUE(FindOrAddExternalSheet(book, static_cast<uint32_t>(external), name, &index));
+    for (const char16_t* s : sheets) EXPECT_TRUE(FindOrAddExternalSheet(book, index, s, &sheet));
+    for (const char16_t* n : names)
+      EXPECT_TRUE(FindOrAddExternalName(book, index, n, field++, &name));
     return index;
   }
-  uint16_t Link(int16_t external, int16_t first, int16_t last) {
+  uint16_t Link(uint32_t external, int16_t first, int16_t last) {
     int32_t index = -1;
-    EXPECT_TRUE(FindOrAddSheetLink(book, external, first, last, &index));
+    EXPECT_TRUE(FindOrAddSheetLink(book, static_cast<int16_t>(external), first, last, &index));
     return static_cast<uint16_t>(index);
   }
-  uint16_t AddNamed(const char16_t* text, uint16_t localSheet) {
+  uint16_t Defined(const char16_t* text, uint16_t localSheet) {
     DefinedName name{};
     name.localSheet = localSheet;
     name.name = TextDuplicate(text);
@@ -56,49 +60,27 @@ struct FormulaTextTest : testing::Test {
     EXPECT_TRUE(AddName(book, &name, &index));
     return static_cast<uint16_t>(index + 1);
   }
-  void ExternalName(int16_t external, const char16_t* text, uint16_t field) {
-    uint32_t index = 0;
-    EXPECT_TRUE(FindOrAddExternalName(book, static_cast<uint32_t>(external), text, field, &index));
-  }
 
   void SetUp() override {
     ApplyLocale(LocaleFrench);
     ASSERT_TRUE(CreateWorkbook(u"Book.xls", 0, &book));
-    ASSERT_TRUE(InsertSheet(book, 1, u"Feuil2", SheetWorksheet, 0, 0));
-    ASSERT_TRUE(InsertSheet(book, 2, u"Mon budget", SheetWorksheet, 0, 0));
-    ASSERT_TRUE(InsertSheet(book, 3, u"L'an", SheetWorksheet, 0, 0));
-    int16_t self = AddBook(ExternalSelf, nullptr);
+    for (const char16_t* name : {u"Feuil2", u"Mon budget", u"L'an"})
+      ASSERT_TRUE(InsertSheet(book, GetWorkbook(book)->sheetCount, name, SheetWorksheet, 0, 0));
+    uint32_t self = Extern(ExternalSelf, nullptr);
     second = Link(self, 1, 1);
-    secondToBudget = Link(self, 1, 2);
     budget = Link(self, 2, 2);
     quoteSheet = Link(self, 3, 3);
     deleted = Link(self, DeletedSheet, DeletedSheet);
-    bare = Link(AddBook(ExternalUnused, nullptr), NoSheet, NoSheet);
-    int16_t b = AddBook(ExternalOtherFile,
-                        u"\x01"
-                        u"b.xls");
-    other = Link(b, Sheet(b, u"Feuil1"), Sheet(b, u"Feuil1"));
-    otherSpaced = Link(b, Sheet(b, u"Ventes 2"), Sheet(b, u"Ventes 2"));
+    bare = Link(Extern(ExternalUnused, nullptr), NoSheet, NoSheet);
+    uint32_t b =
+        Extern(ExternalOtherFile, u"\1b.xls", {u"Feuil1", u"Ventes 2"}, {u"Taux", u"Prix"});
+    other = Link(b, 0, 0);
     otherRange = Link(b, 0, 1);
     otherBook = Link(b, NoSheet, NoSheet);
-    ExternalName(b, u"Taux", 0);
-    ExternalName(b, u"Prix", 1);
-    int16_t c = AddBook(ExternalOtherFile,
-                        u"\x01"
-                        u"C:\x03"
-                        u"dir\x03"
-                        u"c.xls");
-    pathed = Link(c, Sheet(c, u"Feuil1"), 0);
-    int16_t d = AddBook(ExternalOtherFile,
-                        u"\x02"
-                        u"dir\x03"
-                        u"d.xls");
-    driveC = Link(d, Sheet(d, u"S"), 0);
-    int16_t a = AddBook(ExternalAddIn, nullptr);
-    addIn = Link(a, NoSheet, NoSheet);
-    ExternalName(a, u"ADDPAIR", 0);
-    total = AddNamed(u"Total", 0);
-    local = AddNamed(u"Local", 3);
+    driveC = Link(Extern(ExternalOtherFile, u"\2dir\3d.xls", {u"S"}), 0, 0);
+    addIn = Link(Extern(ExternalAddIn, nullptr, {}, {u"ADDPAIR"}), NoSheet, NoSheet);
+    total = Defined(u"Total", 0);
+    local = Defined(u"Local", 3);
   }
   void TearDown() override {
     SetAllocationFailureAfter(-1);
@@ -106,7 +88,6 @@ struct FormulaTextTest : testing::Test {
     CloseAllWorkbooks();
   }
 
-  static TokenBuilder T() { return TokenBuilder{}; }
   std::string Print(const TokenBuilder& t, int a1 = 1, uint16_t row = 0, uint8_t col = 0,
                     uint16_t rowOffset = 0, uint8_t colOffset = 0) {
     FormulaTokens f = t.Build();
@@ -116,131 +97,62 @@ struct FormulaTextTest : testing::Test {
     Release(text);
     return s;
   }
-  void Expect(const std::vector<Case>& cases) {
-    for (const Case& c : cases) EXPECT_EQ(Print(c.tokens), c.expected) << c.what;
+  void Expect(const std::vector<std::pair<TokenBuilder, const char*>>& cases) {
+    for (const auto& [tokens, text] : cases) EXPECT_EQ(Print(tokens), text);
   }
 };
 
-TEST_F(FormulaTextTest, OperatorsJoinTheirOperandsWithoutBlanks) {
-  const struct {
-    uint8_t ptg;
-    const char* text;
-  } binary[] = {{ptgAdd, "+"},    {ptgSub, "-"}, {ptgMul, "*"},   {ptgDiv, "/"},   {ptgPower, "^"},
-                {ptgConcat, "&"}, {ptgLT, "<"},  {ptgLE, "<="},   {ptgEQ, "="},    {ptgGE, ">="},
-                {ptgGT, ">"},     {ptgNE, "<>"}, {ptgIsect, " "}, {ptgUnion, ";"}, {ptgRange, ":"}};
-  for (const auto& op : binary)
-    EXPECT_EQ(Print(T().Int(1).Int(2).Op(op.ptg)), std::string("=1") + op.text + "2") << op.text;
+// What ordinary formula text can spell is printed and compiled back by the round-trip tests;
+// these are the token strings that text cannot produce or that a round trip would hide.
+TEST_F(FormulaTextTest, TokensThatNoTypedTextProduces) {
+  TokenBuilder condition = T().Ref(0, 0).Int(0).Op(ptgGT), x = T().Str(u"x");
   Expect({
-      {"unary minus", T().Int(5).Op(ptgUminus), "=-5"},
-      {"unary plus", T().Int(5).Op(ptgUplus), "=+5"},
-      {"percent", T().Int(5).Op(ptgPercent).Op(ptgUminus), "=-5%"},
-      {"user's parentheses", T().Int(1).Int(2).Op(ptgAdd).Op(ptgParen).Int(3).Op(ptgMul),
-       "=(1+2)*3"},
-      {"right operand in parentheses", T().Int(1).Int(2).Int(3).Op(ptgSub).Op(ptgParen).Op(ptgSub),
-       "=1-(2-3)"},
-      {"no parentheses of its own", T().Int(1).Int(2).Op(ptgAdd).Int(3).Op(ptgMul), "=1+2*3"},
+      // No parentheses are added where the order would need them.
+      {T().Int(1).Int(2).Op(ptgAdd).Int(3).Op(ptgMul), "=1+2*3"},
+      {T().Int(1).Int(2).Op(ptgRange), "=1:2"},
+      {T().Str(u"dit \"oui\""), "=\"dit \"\"oui\"\"\""},
+      {T().Num(0.1).Num(2.0 / 3.0).Op(ptgMul), "=0,1*0,666666666666667"},
+      // The jump and space attributes print nothing; tAttrSum prints as SOMME.
+      {T().If(condition, T().Int(1), &x), "=SI(A1>0;1;\"x\")"},
+      {T().Area(0, 9, 0, 0).Sum(), "=SOMME(A1:A10)"},
+      {T().Attr(AttrVolatile).Attr(AttrSpace, 1).Func(19), "=PI()"},
+      {T().Func(9999), "=?()"},
+      {T().Int(1).FuncVar(9999, 1), "=?(1)"},
+      {T().Int(1).Int(2).FuncVar(7, 0x82), "=MAX(1;2)"},  // the dialog bit is no argument
+      {T().Int(1).Missing().Int(2).FuncVar(4, 3), "=SOMME(1;;2)"},
+      {T().Byte(ptgTbl).Word(0).Word(0), "=TABLE()"},
+      {T().Name(0), "=#NAME?"},
+      {T().Name(99), "=#NAME?"},
+      {T().NameX(second, local), "='Mon budget'!Local"},
+      {T().NameX(second, total), "=Total"},
+      {T().NameX(other, 1), "=b.xls!Taux"},
+      {T().NameX(other, 2), "=[b.xls]Feuil1!Prix"},
+      {T().NameX(other, 9), "=#NAME?"},
+      {T().NameX(77, 1), "=#NAME?"},
+      {T().NameX(addIn, 1).Int(1).Int(2).FuncVar(255, 3), "=ADDPAIR(1;2)"},
+      {T().Ref(0, 0, R).FuncVar(255, 1), "=A1()"},
+      {T().Operand(ptgAreaErr3d, R).Word(0).Word(0).Word(0).Word(0).Word(0), "=#REF!"},
+      {T().Ref3d(quoteSheet, 0, 0), "='L''an'!$A$1"},
+      {T().Ref3d(deleted, 0, 0), "=#REF!$A$1"},
+      {T().Ref3d(99, 0, 0), "=#REF!"},  // a link out of range
+      {T().Ref3d(bare, 0, 0), "=!$A$1"},
+      {T().Ref3d(otherRange, 0, 0), "='[b.xls]Feuil1:Ventes 2'!$A$1"},
+      {T().Ref3d(otherBook, 0, 0), "=b.xls!$A$1"},
+      {T().Ref3d(driveC, 0, 0), "='C:\\dir\\[d.xls]S'!$A$1"},
   });
 }
 
-TEST_F(FormulaTextTest, Constants) {
-  Expect({
-      {"doubled quotes", T().Str(u"dit \"oui\""), "=\"dit \"\"oui\"\"\""},
-      {"wide characters", T().Str(u"\u20AC \u0416"), "=\"\u20AC \u0416\""},
-      {"empty string", T().Str(u""), "=\"\""},
-      {"booleans", T().Bool(true).Bool(false).Op(ptgConcat), "=VRAI&FAUX"},
-      {"errors", T().Err(ErrDiv0).Err(ErrNA).Op(ptgAdd), "=#DIV/0!+#N/A"},
-      {"integer", T().Int(65535), "=65535"},
-      {"fraction", T().Num(0.1), "=0,1"},
-      {"negative number", T().Num(-2.5), "=-2,5"},
-      {"fifteen digits", T().Num(2.0 / 3.0), "=0,666666666666667"},
-      {"large number", T().Num(1e20), "=1E+20"},
-  });
-}
-
+// Inner quotes stay single in an array, which is what the array reader expects.
 TEST_F(FormulaTextTest, ArrayConstantsFollowTheListSeparator) {
   Value text{};
   text.tag = ValueText;
   text.text = const_cast<char16_t*>(u"a\"b");
   TokenBuilder grid = T().Array(2, 2, {NumberValue(1), NumberValue(0.5), text, BooleanValue(1)});
   TokenBuilder mixed = T().Array(1, 2, {ErrorValue(ErrNA), NumberValue(-3)});
-  EXPECT_EQ(Print(grid), "={1\\0,5;\"a\"b\"\\VRAI}");
   EXPECT_EQ(Print(T().Append(grid).Append(mixed).FuncVar(4, 2)),
             "=SOMME({1\\0,5;\"a\"b\"\\VRAI};{#N/A\\-3})");
   ApplyLocale(LocaleEnglishUS);
   EXPECT_EQ(Print(T().Append(grid).Num(0.1).FuncVar(4, 2)), "=SOMME({1,0.5;\"a\"b\",VRAI},0.1)");
-  ApplyLocale(LocaleFrench);
-}
-
-TEST_F(FormulaTextTest, FunctionCalls) {
-  TokenBuilder a1 = T().Ref(0, 0), b1 = T().Ref(0, 1), text = T().Str(u"x");
-  Expect({
-      {"fixed, one argument", T().Int(1).Op(ptgUminus).Func(24), "=ABS(-1)"},
-      {"fixed, two arguments", T().Num(1.5).Int(2).Func(27), "=ARRONDI(1,5;2)"},
-      {"fixed, none", T().Func(19).Int(2).Op(ptgMul), "=PI()*2"},
-      {"fixed, unknown number", T().Func(9999), "=?()"},
-      {"variable", T().Int(1).Int(2).Int(3).FuncVar(7, 3), "=MAX(1;2;3)"},
-      {"dialog bit ignored", T().Int(1).Int(2).FuncVar(7, 0x82), "=MAX(1;2)"},
-      {"missing argument", T().Int(1).Missing().Int(2).FuncVar(4, 3), "=SOMME(1;;2)"},
-      {"variable, unknown number", T().Int(1).FuncVar(9999, 1), "=?(1)"},
-      {"nested", T().Int(1).Int(2).FuncVar(7, 2).Int(3).FuncVar(4, 2), "=SOMME(MAX(1;2);3)"},
-      {"SI with both branches", T().If(T().Append(a1).Int(0).Op(ptgGT), T().Int(1), &text),
-       "=SI(A1>0;1;\"x\")"},
-      {"SI without else", T().If(a1, T().Append(b1)), "=SI(A1;B1)"},
-      {"CHOISIR skips its jump table",
-       T().Choose(T().Int(2), {T().Str(u"a"), T().Append(b1), T().Int(3)}),
-       "=CHOISIR(2;\"a\";B1;3)"},
-      {"tAttrSum", T().Area(0, 9, 0, 0).Sum(), "=SOMME(A1:A10)"},
-      {"volatile and space attributes", T().Attr(AttrVolatile).Attr(AttrSpace, 1).Func(19),
-       "=PI()"},
-      {"table", T().Byte(ptgTbl).Word(0).Word(0), "=TABLE()"},
-  });
-}
-
-TEST_F(FormulaTextTest, Names) {
-  Expect({
-      {"defined name", T().Name(total), "=Total"},
-      {"index zero", T().Name(0), "=#NAME?"},
-      {"index past the list", T().Name(99), "=#NAME?"},
-      {"own name local to a quoted sheet", T().NameX(second, local), "='Mon budget'!Local"},
-      {"own global name", T().NameX(second, total), "=Total"},
-      {"other book, book level", T().NameX(other, 1), "=b.xls!Taux"},
-      {"other book, sheet level", T().NameX(other, 2), "=[b.xls]Feuil1!Prix"},
-      {"other book, bad index", T().NameX(other, 9), "=#NAME?"},
-      {"link out of range", T().NameX(77, 1), "=#NAME?"},
-      {"add-in called through function 255", T().NameX(addIn, 1).Int(1).Int(2).FuncVar(255, 3),
-       "=ADDPAIR(1;2)"},
-      {"reference called without arguments", T().Ref(0, 0, R).FuncVar(255, 1), "=A1()"},
-  });
-}
-
-TEST_F(FormulaTextTest, ReferencesAndQualifiers) {
-  TokenBuilder areaN = T().Operand(ptgAreaN, R).Word(0xFFFF).Word(2).Byte(0).Byte(0xC0).Byte(1);
-  areaN.Byte(0x40);  // last row absolute
-  Expect({
-      {"relative cell", T().Ref(0, 0), "=A1"},
-      {"absolute cell", T().Ref(2, 27, V, false, false), "=$AB$3"},
-      {"mixed cell", T().Ref(2, 1, V, true, false), "=$B3"},
-      {"area", T().Area(0, 9, 0, 1), "=A1:B10"},
-      {"absolute area", T().Area(0, 1, 0, 1, R, false), "=$A$1:$B$2"},
-      {"whole column", T().Area(0, 65535, 2, 2), "=C:C"},
-      {"ref error", T().RefErr(), "=#REF!"},
-      {"area error 3d", T().Operand(ptgAreaErr3d, R).Word(0).Word(0).Word(0).Word(0).Word(0),
-       "=#REF!"},
-      {"own sheet", T().Ref3d(second, 0, 0), "=Feuil2!$A$1"},
-      {"own sheet area", T().Area3d(second, 0, 1, 0, 1), "=Feuil2!$A$1:$B$2"},
-      {"range of sheets", T().Ref3d(secondToBudget, 0, 0), "='Feuil2:Mon budget'!$A$1"},
-      {"quoted sheet", T().Ref3d(budget, 0, 0), "='Mon budget'!$A$1"},
-      {"quote inside a sheet name", T().Ref3d(quoteSheet, 0, 0), "='L''an'!$A$1"},
-      {"deleted sheet", T().Ref3d(deleted, 0, 0), "=#REF!$A$1"},
-      {"link out of range", T().Ref3d(99, 0, 0), "=#REF!"},
-      {"bare bang", T().Ref3d(bare, 0, 0), "=!$A$1"},
-      {"other book", T().Ref3d(other, 0, 0), "=[b.xls]Feuil1!$A$1"},
-      {"other book, quoted sheet", T().Ref3d(otherSpaced, 0, 0), "='[b.xls]Ventes 2'!$A$1"},
-      {"other book, sheet range", T().Ref3d(otherRange, 0, 0), "='[b.xls]Feuil1:Ventes 2'!$A$1"},
-      {"other book, no sheet", T().Ref3d(otherBook, 0, 0), "=b.xls!$A$1"},
-      {"other book with a path", T().Ref3d(pathed, 0, 0), "='C:\\dir\\[c.xls]Feuil1'!$A$1"},
-      {"path on drive C", T().Ref3d(driveC, 0, 0), "='C:\\dir\\[d.xls]S'!$A$1"},
-  });
 }
 
 TEST_F(FormulaTextTest, OffsetFormsCountFromTheBaseCellAndR1C1FromTheOffsets) {
@@ -258,14 +170,15 @@ TEST_F(FormulaTextTest, OffsetFormsCountFromTheBaseCellAndR1C1FromTheOffsets) {
 
 TEST_F(FormulaTextTest, ExternSheetTextCutsAtItsCapacity) {
   char16_t out[64];
-  EXPECT_EQ(ExternSheetText(book, budget, out, 64, 1), 13u);
-  EXPECT_EQ(TextToUtf8(out), "'Mon budget'!");
-  EXPECT_EQ(ExternSheetText(book, otherRange, out, 64, 0), 24u);
-  EXPECT_EQ(TextToUtf8(out), "'[b.xls]Feuil1:Ventes 2'");
-  EXPECT_EQ(ExternSheetText(book, budget, out, 5, 1), 4u);
-  EXPECT_EQ(TextToUtf8(out), "'Mon");
-  EXPECT_EQ(ExternSheetText(book, 500, out, 64, 1), 0u);
-  EXPECT_EQ(ExternSheetText(book, -1, out, 64, 1), 0u);
+  auto text = [&](int32_t link, uint32_t capacity, int bang) {
+    uint32_t n = ExternSheetText(book, link, out, capacity, bang);
+    return std::to_string(n) + (n ? " " + TextToUtf8(out) : "");
+  };
+  EXPECT_EQ(text(budget, 64, 1), "13 'Mon budget'!");
+  EXPECT_EQ(text(otherRange, 64, 0), "24 '[b.xls]Feuil1:Ventes 2'");
+  EXPECT_EQ(text(budget, 5, 1), "4 'Mon");
+  EXPECT_EQ(text(500, 64, 1), "0");
+  EXPECT_EQ(text(-1, 64, 1), "0");
 }
 
 TEST_F(FormulaTextTest, DeepNestingGrowsStackAndText) {
@@ -278,32 +191,26 @@ TEST_F(FormulaTextTest, DeepNestingGrowsStackAndText) {
   EXPECT_EQ(Print(parens), "=" + std::string(300, '(') + "A1" + std::string(300, ')'));
   SetAllocationFailureAfter(1);
   EXPECT_EQ(Print(sum), "(null)") << "lost memory gives no text";
-  SetAllocationFailureAfter(-1);
 }
 
 TEST_F(FormulaTextTest, MalformedTokenStringsPrintWhatTheyCan) {
   TokenBuilder numbers = T().Array(1, 2, {NumberValue(1), NumberValue(2)});
-  TokenBuilder cut = numbers;
+  TokenBuilder cut = numbers, huge = numbers;
   cut.extra.resize(cut.extra.size() - 4);
-  TokenBuilder huge = numbers;
   huge.extra[1] = 0xFF, huge.extra[2] = 0xFF;  // 65536 rows from a few bytes
-  TokenBuilder badString = T().Byte(ptgStr).Byte(200).Byte(0).Byte('a');
-  TokenBuilder badChoose = T().Int(1).Byte(ptgAttr).Byte(AttrChoose).Word(500).Word(0);
   Expect({
-      {"operator alone", T().Op(ptgAdd), "=+"},
-      {"binary with one operand", T().Int(1).Op(ptgMul), "=*1"},
-      {"percent alone", T().Op(ptgPercent), "=%"},
-      {"more arguments than operands", T().Int(1).Int(2).FuncVar(7, 5), "=MAX(1;2)"},
-      {"call through nothing", T().FuncVar(255, 3), "=?()"},
-      {"tAttrSum alone", T().Sum(), "=SOMME()"},
-      {"two operands left", T().Int(1).Int(2), "=12"},
-      {"truncated integer", T().Int(7).Byte(ptgInt).Byte(1), "=7"},
-      {"truncated string", T().Append(badString), "="},
-      {"truncated jump table", T().Append(badChoose), "=1"},
-      {"array without extra data",
-       T().Operand(ptgArray, ClassArray).Word(0).Word(0).Word(0).Byte(0), "={}"},
-      {"array cut inside an element", cut, "={1\\}"},
-      {"array larger than its data", huge, "={}"},
+      {T().Op(ptgAdd), "=+"},
+      {T().Int(1).Op(ptgMul), "=*1"},
+      {T().Op(ptgPercent), "=%"},
+      {T().Int(1).Int(2).FuncVar(7, 5), "=MAX(1;2)"},  // more arguments than operands
+      {T().FuncVar(255, 3), "=?()"},
+      {T().Sum(), "=SOMME()"},
+      {T().Int(7).Byte(ptgInt).Byte(1), "=7"},
+      {T().Byte(ptgStr).Byte(200).Byte(0).Byte('a'), "="},
+      {T().Int(1).Byte(ptgAttr).Byte(AttrChoose).Word(500).Word(0), "=1"},
+      {T().Operand(ptgArray, ClassArray).Word(0).Word(0).Word(0).Byte(0), "={}"},
+      {cut, "={1\\}"},
+      {huge, "={}"},
   });
   FormulaTokens empty{};
   char16_t* text = FormulaText(book, &empty, 0, 0, 1, 0, 0);
@@ -318,8 +225,7 @@ TEST_F(FormulaTextTest, MalformedTokenStringsPrintWhatTheyCan) {
     for (size_t i = 0; i < length; i++)
       t.Byte(static_cast<uint8_t>(random() % 3 ? random() % 0x40 : random()));
     for (size_t i = 0; i < extraLength; i++) t.extra.push_back(static_cast<uint8_t>(random()));
-    std::string s = Print(t, static_cast<int>(round & 1), 5, 5, 5, 5);
-    ASSERT_EQ(s.substr(0, 1), "=") << "round " << round;
+    ASSERT_EQ(Print(t, round & 1, 5, 5, 5, 5).substr(0, 1), "=") << "round " << round;
   }
 }
 

@@ -22,7 +22,7 @@ namespace {
 
 constexpr uint8_t R = ClassReference, V = ClassValue, A = ClassArray;
 // Function numbers of the built-in table.
-enum : uint16_t { Si = 1, Somme = 4, Abs = 24, Choisir = 100, Alea = 63, Maintenant = 74 };
+enum : uint16_t { Somme = 4, Abs = 24, Alea = 63, Maintenant = 74 };
 
 TokenBuilder T() {
   return TokenBuilder{};
@@ -34,24 +34,16 @@ Value Txt(const char16_t* s) {
   return TextValue(const_cast<char16_t*>(s));
 }
 
-// A constant array as the parser writes it: a text is 8-bit unless a character needs 16 bits.
+// A constant array as the parser writes it: a text is 8-bit unless a character needs 16 bits,
+// laid out as the string token's count, flag and characters.
 TokenBuilder ArrayOf(uint8_t rows, uint8_t columns, std::initializer_list<Value> elements,
                      uint8_t cls = V) {
   TokenBuilder t = T().Array(rows, columns, {}, cls);
   for (const Value& v : elements) {
-    if (v.tag != ValueText) {
-      TokenBuilder one = T().Array(1, 1, {v});
-      t.extra.insert(t.extra.end(), one.extra.begin() + 3, one.extra.end());
-      continue;
-    }
-    std::u16string s = v.text;
-    bool wide = false;
-    for (char16_t c : s) wide = wide || c > 255;
-    t.extra.insert(t.extra.end(), {ValueText, static_cast<uint8_t>(s.size()), 0, wide});
-    for (char16_t c : s) {
-      t.extra.push_back(static_cast<uint8_t>(c));
-      if (wide) t.extra.push_back(static_cast<uint8_t>(c >> 8));
-    }
+    TokenBuilder one = v.tag == ValueText ? T().Str(v.text) : T().Array(1, 1, {v});
+    if (v.tag == ValueText) t.extra.insert(t.extra.end(), {ValueText, one.bytes[1], 0});
+    const std::vector<uint8_t>& from = v.tag == ValueText ? one.bytes : one.extra;
+    t.extra.insert(t.extra.end(), from.begin() + (v.tag == ValueText ? 2 : 3), from.end());
   }
   return t;
 }
@@ -66,11 +58,6 @@ std::string Hex(const FormulaTokens& t) {
   }
   return s;
 }
-
-struct Case {
-  const char16_t* text;
-  TokenBuilder tokens;
-};
 
 struct ParserTest : testing::Test {
   uint32_t book = 0;
@@ -100,10 +87,11 @@ struct ParserTest : testing::Test {
     FreeTokens(&t);
     return s;
   }
-  void Expect(const std::vector<Case>& cases, ClassCode root = ClassCodeValue) {
-    for (const Case& c : cases) {
-      FormulaTokens want = c.tokens.Build();
-      EXPECT_EQ(Compile(c.text, root), Hex(want)) << TextToUtf8(c.text);
+  void Expect(const std::vector<std::pair<const char16_t*, TokenBuilder>>& cases,
+              ClassCode root = ClassCodeValue) {
+    for (const auto& [text, tokens] : cases) {
+      FormulaTokens want = tokens.Build();
+      EXPECT_EQ(Compile(text, root), Hex(want)) << TextToUtf8(text);
       FreeTokens(&want);
     }
   }
@@ -121,55 +109,32 @@ struct ParserTest : testing::Test {
   const Workbook* Book() const { return GetWorkbook(book); }
 };
 
-TEST_F(ParserTest, OperatorsPrecedenceAndAssociation) {
+// Forms whose tokens print back the same even when they are wrong, which the round-trip tests
+// therefore cannot see: order, classes, the integer or number choice, 8-bit or 16-bit strings.
+TEST_F(ParserTest, OperatorsPrecedenceAndConstants) {
   Expect({
-      {u"=1+2*3", T().Int(1).Int(2).Int(3).Op(ptgMul).Op(ptgAdd)},
       {u"=1-2-3", T().Int(1).Int(2).Op(ptgSub).Int(3).Op(ptgSub)},
       {u"=2^3^2", T().Int(2).Int(3).Op(ptgPower).Int(2).Op(ptgPower)},
       {u"=-2^2", T().Num(-2).Int(2).Op(ptgPower)},
       {u"=-A1^2", T().Ref(0, 0).Op(ptgUminus).Int(2).Op(ptgPower)},
       {u"=--1", T().Num(-1).Op(ptgUminus)},
-      {u"=+A1", T().Ref(0, 0).Op(ptgUplus)},
       {u"=1&2=3", T().Int(1).Int(2).Op(ptgConcat).Int(3).Op(ptgEQ)},
       {u"=1+2*3^2-1",
        T().Int(1).Int(2).Int(3).Int(2).Op(ptgPower).Op(ptgMul).Op(ptgAdd).Int(1).Op(ptgSub)},
-      {u"=(1+2)*3", T().Int(1).Int(2).Op(ptgAdd).Op(ptgParen).Int(3).Op(ptgMul)},
-      {u"=1 / 2 & \"x\"", T().Int(1).Int(2).Op(ptgDiv).Str(u"x").Op(ptgConcat)},
       {u"=50% ", T().Int(50).Op(ptgPercent)},
       {u"=SOMME(50% ;1)", T().Int(50).Op(ptgPercent).Int(1).FuncVar(Somme, 2)},
-      {u"=1+2%", T().Int(1).Int(2).Op(ptgPercent).Op(ptgAdd)},
-      {u"=2%*3", T().Int(2).Op(ptgPercent).Int(3).Op(ptgMul)},
       {u"=-A1%", T().Ref(0, 0).Op(ptgUminus).Op(ptgPercent)},
       {u"=1 2", T().Int(1).Int(2).Op(ptgIsect)},
       {u"=A1 B1", T().Ref(0, 0, R).Ref(0, 1, R).Op(ptgIsect)},
       {u"=A1 + B1", T().Ref(0, 0).Ref(0, 1).Op(ptgAdd)},
-      {u"=(A1;B1)", T().Ref(0, 0, R).Ref(0, 1, R).Op(ptgUnion).Op(ptgParen)},
       {u"=A1:B1 C1", T().Area(0, 0, 0, 1, R).Ref(0, 2, R).Op(ptgIsect)},
-  });
-  const struct {
-    const char16_t* op;
-    uint8_t ptg;
-  } comparisons[] = {{u"<", ptgLT},  {u"<=", ptgLE}, {u"=", ptgEQ},
-                     {u">=", ptgGE}, {u">", ptgGT},  {u"<>", ptgNE}};
-  for (const auto& c : comparisons)
-    Expect({{(u"=1" + std::u16string(c.op) + u"2").c_str(), T().Int(1).Int(2).Op(c.ptg)}});
-}
-
-TEST_F(ParserTest, Constants) {
-  Expect({
       {u"=65535", T().Int(65535)},
       {u"=65536", T().Num(65536)},
-      {u"=1,5", T().Num(1.5)},
       {u"=,5", T().Num(0.5)},
-      {u"=1 E 3", T().Int(1000)},
-      {u"=2E-1", T().Num(0.2)},
-      {u"=\"a\"\"b\"", T().Str(u"a\"b")},
+      {u"=2 E -1", T().Num(0.2)},
       {u"=\"\u00e9t\u00e9\"", T().Str(u"\u00e9t\u00e9")},
-      {u"=\"\u03a9x\"", T().Str(u"\u03a9x")},
       {u"=\"abc", T().Str(u"ab")},
-      {u"=VRAI", T().Bool(true)},
       {u"=faux", T().Bool(false)},
-      {u"=#DIV/0!", T().Err(ErrDiv0)},
       {u"=#n/a", T().Err(ErrNA)},
       {u"=#NULL! +1", T().Err(ErrNull).Int(1).Op(ptgAdd)},
   });
@@ -179,11 +144,6 @@ TEST_F(ParserTest, Constants) {
 TEST_F(ParserTest, ReferenceFormsAndClasses) {
   Expect({
       {u"=A1", T().Ref(0, 0)},
-      {u"=$B$2", T().Ref(1, 1, V, false, false)},
-      {u"=A1:B2", T().Area(0, 1, 0, 1, V)},
-      {u"=$A$1:$B$2", T().Area(0, 1, 0, 1, V, false)},
-      {u"=1:3", T().Operand(ptgArea, V).Word(0).Word(2).Byte(0).Byte(0x80).Byte(255).Byte(0x80)},
-      {u"=A:C", T().Operand(ptgArea, V).Word(0).Word(65535).Byte(0).Byte(0x40).Byte(2).Byte(0x40)},
       {u"=A1:nom", T().Ref(0, 0, R).Name(1, R).Op(ptgRange)},
       {u"=A1 :B1", T().Ref(0, 0).Ref(0, 1, R).Op(ptgRange)},
       {u"=SOMME(A1 :B1)", T().Ref(0, 0, R).Ref(0, 1, R).Op(ptgRange).Sum()},
@@ -210,10 +170,9 @@ TEST_F(ParserTest, ReferenceFormsAndClasses) {
 }
 
 // Sheet links are numbered as the text first names them.
-TEST_F(ParserTest, ReferencesToOtherSheetsAndBooks) {
+TEST_F(ParserTest, ReferencesToOtherSheetsAndBooksAndRelativeMode) {
   Expect({
       {u"=Feuil2!$A$1", T().Ref3d(0, 0, 0)},
-      {u"=Feuil2!A1", T().Operand(ptgRef3d, V).Word(0).Word(0).Byte(0).Byte(0xC0)},
       {u"=Feuil2:Feuil3!$A$1:$B$2", T().Area3d(1, 0, 1, 0, 1, V)},
       {u"=SOMME(Feuil2!$A$1)", T().Ref3d(0, 0, 0, R).Sum()},
       {u"=[b.xls]Feuil1!$A$1", T().Ref3d(2, 0, 0)},
@@ -221,14 +180,11 @@ TEST_F(ParserTest, ReferencesToOtherSheetsAndBooks) {
   ASSERT_EQ(Book()->externalBookCount, 2u);
   const ExternalBook& other = Book()->externalBooks[1];
   EXPECT_EQ(other.kind, ExternalOtherFile);
-  EXPECT_EQ(std::u16string(other.path),
-            u"\x01"
-            u"b.xls");
+  EXPECT_EQ(std::u16string(other.path), u"\1b.xls");
   ASSERT_EQ(other.sheetCount, 1u);
   EXPECT_EQ(std::u16string(other.sheetNames[0]), u"Feuil1");
-}
 
-TEST_F(ParserTest, RelativeModeStoresOffsetsFromTheActiveCell) {
+  // Relative mode stores offsets from the active cell.
   GetSheet(book, 0)->activeRow = 2;
   GetSheet(book, 0)->activeCol = 1;
   ctx.relativeMode = 1;
@@ -242,7 +198,7 @@ TEST_F(ParserTest, RelativeModeStoresOffsetsFromTheActiveCell) {
   });
 }
 
-TEST_F(ParserTest, JumpsOfSiAndChoisir) {
+TEST_F(ParserTest, JumpsOfSiAndChoisirAndTheVolatileMark) {
   TokenBuilder a1 = T().Ref(0, 0), b1 = T().Ref(0, 1, R), c1 = T().Ref(0, 2, R);
   TokenBuilder two = T().Int(2), x = T().Str(u"x");
   // Where a reference is welcome, SI keeps the reference class.
@@ -259,9 +215,6 @@ TEST_F(ParserTest, JumpsOfSiAndChoisir) {
       {u"=CHOISIR(A1;B1;)", T().Choose(a1, {T().Ref(0, 1, R), T().Missing()})},
       {u"=SOMME(SI(A1;B1))", summed.Sum()},
   });
-}
-
-TEST_F(ParserTest, VolatileCallsAreMarked) {
   TokenBuilder marked = T().Attr(AttrVolatile);
   Expect({
       {u"=ALEA()", TokenBuilder(marked).Func(Alea)},
@@ -273,19 +226,11 @@ TEST_F(ParserTest, VolatileCallsAreMarked) {
 
 TEST_F(ParserTest, ConstantArrays) {
   Expect({
-      {u"={1\\2;3\\4}",
-       ArrayOf(2, 2, {NumberValue(1), NumberValue(2), NumberValue(3), NumberValue(4)})},
       {u"={ vrai \\ #N/A ;\"a\"\"b\"\\ -1,5 }",
        ArrayOf(2, 2, {BooleanValue(true), ErrorValue(ErrNA), Txt(u"a\"\"b"), NumberValue(-1.5)})},
       {u"={A1\\\"\u03a9;\"}", ArrayOf(1, 2, {Txt(u"A1"), Txt(u"\u03a9;")})},
       {u"={1}+{2}",
        ArrayOf(1, 1, {NumberValue(1)}).Append(ArrayOf(1, 1, {NumberValue(2)})).Op(ptgAdd)},
-  });
-  ApplyLocale(LocaleEnglishUS);
-  Expect({
-      {u"={1,2;3,4}",
-       ArrayOf(2, 2, {NumberValue(1), NumberValue(2), NumberValue(3), NumberValue(4)})},
-      {u"=SOMME(1.5,2)", T().Num(1.5).Int(2).FuncVar(Somme, 2)},
   });
 }
 
@@ -308,15 +253,13 @@ TEST_F(ParserTest, NamesAndCallsByName) {
   const Workbook* wb = Book();
   ASSERT_EQ(wb->nameCount, 5u);
   EXPECT_EQ(std::u16string(wb->names[2].name), u"ABS");
-  EXPECT_EQ(wb->names[3].localSheet, 1);
-  EXPECT_FALSE(wb->names[3].formula.bytes);
+  EXPECT_TRUE(wb->names[3].localSheet == 1 && !wb->names[3].formula.bytes);
   ASSERT_EQ(wb->externalBookCount, 4u);
-  EXPECT_EQ(wb->externalBooks[0].kind, ExternalSelf);
-  EXPECT_EQ(wb->externalBooks[1].kind, ExternalUnused);
-  const ExternalBook& other = wb->externalBooks[2];
-  ASSERT_EQ(other.nameCount, 1u);
-  EXPECT_EQ(other.names[0].field, 1);  // under the book's first sheet name
-  EXPECT_EQ(wb->externalBooks[3].kind, ExternalAddIn);
+  std::string kinds;
+  for (uint32_t i = 0; i < 4; i++) kinds += std::to_string(wb->externalBooks[i].kind);
+  EXPECT_EQ(kinds, "1302");  // this book, "!", b.xls, add-ins
+  ASSERT_EQ(wb->externalBooks[2].nameCount, 1u);
+  EXPECT_EQ(wb->externalBooks[2].names[0].field, 1);  // under the book's first sheet name
   EXPECT_EQ(std::u16string(wb->externalBooks[3].names[0].text), u"ALEA.ENTRE.BORNES");
   EXPECT_EQ(wb->sheetLinkCount, 4u);
   EXPECT_EQ(wb->sheetLinks[3].firstSheet, NoSheet);
@@ -342,21 +285,17 @@ TEST_F(ParserTest, SyntaxErrors) {
 }
 
 TEST_F(ParserTest, FormatHintOfTheFirstFunction) {
-  const struct {
-    const char16_t* text;
-    int32_t hint;
-  } cases[] = {{u"=1+2", -1},
-               {u"=TAUX(1;2;3)", 9},
-               {u"=SOMME(TAUX(1;2;3))", 9},
-               {u"=ABS(TAUX(1;2;3))", 0},
-               {u"=1+MAINTENANT()", 22},
-               {u"=ALEA.ENTRE.BORNES(1;2)", 0}};
-  for (const auto& c : cases) {
-    int32_t hint = -1;
-    int32_t length = static_cast<int32_t>(TextLength(c.text));
-    EXPECT_EQ(ScanExpression(&ctx, c.text, 0, length, 0, &hint), length);
-    EXPECT_EQ(hint, c.hint) << TextToUtf8(c.text);
-  }
+  auto hint = [&](const char16_t* text) {
+    int32_t hint = -1, length = static_cast<int32_t>(TextLength(text));
+    EXPECT_EQ(ScanExpression(&ctx, text, 0, length, 0, &hint), length) << TextToUtf8(text);
+    return hint;
+  };
+  EXPECT_EQ(hint(u"=1+2"), -1);
+  EXPECT_EQ(hint(u"=TAUX(1;2;3)"), 9);
+  EXPECT_EQ(hint(u"=SOMME(TAUX(1;2;3))"), 9);
+  EXPECT_EQ(hint(u"=ABS(TAUX(1;2;3))"), 0);
+  EXPECT_EQ(hint(u"=1+MAINTENANT()"), 22);
+  EXPECT_EQ(hint(u"=ALEA.ENTRE.BORNES(1;2)"), 0);
 }
 
 std::u16string Repeat(const std::u16string& s, int n) {
@@ -392,14 +331,11 @@ TEST_F(ParserTest, LostMemoryLeavesNothing) {
   }
 }
 
+// The jumps that the parser writes lead the evaluator to the right branch and case.
 TEST_F(ParserTest, CompiledFormulasEvaluate) {
-  EXPECT_EQ(Run(u"=-2^2"), "4");
-  EXPECT_EQ(Run(u"=2^3^2"), "64");
-  EXPECT_EQ(Run(u"=1+2*3-4/8"), "6.5");
   EXPECT_EQ(Run(u"=SI(1>2;\"a\";CHOISIR(3;10;20;30+1))"), "31");
-  EXPECT_EQ(Run(u"=SOMME({1\\2;3\\4};5%)"), "10.05");
   EXPECT_EQ(Run(u"=SI(VRAI;SOMME(1;2))&\"x\""), "\"3x\"");
-  EXPECT_EQ(Run(u"=ABS (1)"), "#NAME?");
+  EXPECT_EQ(Run(u"=ABS (1)"), "#NAME?");  // an undefined name
 }
 
 }  // namespace
