@@ -1,6 +1,6 @@
-// The formula printer: every kind of token back to the text of the edit line, qualifiers of
-// sheet links to this and other workbooks, the locale's separators, and token strings that are
-// deep, truncated or malformed.
+// The formula printer on what the round-trip tests of typed formulas cannot reach: tokens that
+// no typed text produces, names and sheet links of every kind, the list separator in arrays,
+// offset forms, and token strings that are deep, truncated or malformed.
 #include "formula/formula_text.h"
 
 #include <gtest/gtest.h>

@@ -34,7 +34,7 @@ int32_t Length(const std::u16string& s) {
 std::string U8(const std::u16string& s) {
   return TextToUtf8(s.c_str());
 }
-// "rows firstRow-lastRow cols firstCol-lastCol flags f".
+// "firstRow-lastRow firstCol-lastCol fFlags".
 std::string Show(const Range& r, uint8_t flags) {
   return std::to_string(r.firstRow) + "-" + std::to_string(r.lastRow) + " " +
          std::to_string(r.firstCol) + "-" + std::to_string(r.lastCol) + " f" +
@@ -50,6 +50,8 @@ std::string ReadCell(const char16_t* text, int a1) {
   return std::to_string(behind) + (behind < 0 ? "" : " " + Show(r, f));
 }
 
+// The ordinary forms are also read in the round-trip tests; these rows hold the bounds, the
+// normalising, the fallbacks and the wraps.
 TEST(ReferenceTextCells, ReadsCellsRangesRowsAndColumns) {
   const std::pair<const char16_t*, const char*> a1[] = {
       {u"$A$1", "4 0-0 0-0 f0"},
@@ -220,17 +222,13 @@ TEST(ReferenceTextClasses, CellLikeNamesAndQuoting) {
   for (const Quote& c : quotes) EXPECT_EQ(QuoteNeeded(c.text), c.quote) << U8(c.text);
 }
 
+// The writers also print every reference of the round-trip tests; these are the edges they miss.
 TEST(ReferenceTextClasses, CellAndColumnWriters) {
   char16_t out[16];
   // The count returned, then the text.
   auto written = [&](uint32_t n) { return std::to_string(n) + " " + U8(out); };
   EXPECT_EQ(written(ColumnText(25, out)), "1 Z");
   EXPECT_EQ(written(ColumnText(26, out)), "2 AA");
-  EXPECT_EQ(written(ColumnText(255, out)), "2 IV");
-  EXPECT_EQ(written(RowText(65535, out)), "5 65536");
-  EXPECT_EQ(written(CellA1Text(2, 1, true, false, out)), "3 B$3");
-  EXPECT_EQ(written(CellR1C1Text(out, 4, 2, false, false, 0, 0)), "4 R5C3");
-  EXPECT_EQ(written(CellR1C1Text(out, 4, 2, true, true, 4, 2)), "2 RC");
   // Plain differences, no wrap.
   EXPECT_EQ(written(CellR1C1Text(out, 2, 250, true, true, 4, 5)), "11 R[-2]C[245]");
 }
