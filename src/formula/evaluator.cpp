@@ -902,21 +902,8 @@ static int Step(Machine* m, uint32_t p, uint32_t end, uint32_t* next) {
   uint8_t base = FoldOpcode(opcode);
   uint8_t cls = TokenClass(opcode);
   *next = end;
-  switch (base) {
-    case ptgAdd:
-    case ptgSub:
-    case ptgMul:
-    case ptgDiv:
-    case ptgPower:
-    case ptgConcat:
-    case ptgLT:
-    case ptgLE:
-    case ptgEQ:
-    case ptgGE:
-    case ptgGT:
-    case ptgNE:
-    case ptgIsect:
-    case ptgUnion:
+  // The binary operators share one case, which tells them apart by `base`.
+  switch (IsBinaryOperator(base) ? uint8_t{ptgRange} : base) {
     case ptgRange: {
       Value right = Pop(m);
       Value left = Pop(m);

@@ -458,28 +458,13 @@ static void PrintToken(Printer* pr, uint32_t p, const PrintStyle* style) {
   const uint8_t* b = pr->bytes;
   uint8_t base = FoldOpcode(b[p]);
   const uint8_t* a = b + p + 1;
+  if (IsBinaryOperator(base)) {
+    Binary(pr, base == ptgUnion   ? ListSeparator
+               : base == ptgRange ? u":"
+                                  : OperatorTexts[base - ptgAdd]);
+    return;
+  }
   switch (base) {
-    case ptgAdd:
-    case ptgSub:
-    case ptgMul:
-    case ptgDiv:
-    case ptgPower:
-    case ptgConcat:
-    case ptgLT:
-    case ptgLE:
-    case ptgEQ:
-    case ptgGE:
-    case ptgGT:
-    case ptgNE:
-    case ptgIsect:
-      Binary(pr, OperatorTexts[base - ptgAdd]);
-      break;
-    case ptgUnion:
-      Binary(pr, ListSeparator);
-      break;
-    case ptgRange:
-      Binary(pr, u":");
-      break;
     case ptgUplus:
       Prefix(pr, u"+");
       break;

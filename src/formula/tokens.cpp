@@ -239,22 +239,8 @@ int ValidateTokens(const FormulaTokens* tokens, int32_t context, const char** re
     uint32_t size = CheckedTokenSize(b, p, length, true);
     uint32_t next = p + size;
     uint32_t need = 0, push = 0;
-    switch (base) {
-      case ptgAdd:
-      case ptgSub:
-      case ptgMul:
-      case ptgDiv:
-      case ptgPower:
-      case ptgConcat:
-      case ptgLT:
-      case ptgLE:
-      case ptgEQ:
-      case ptgGE:
-      case ptgGT:
-      case ptgNE:
-      case ptgIsect:
-      case ptgUnion:
-      case ptgRange:
+    switch (IsBinaryOperator(base) ? uint8_t{ptgRange} : base) {
+      case ptgRange:  // every binary operator
         need = 2, push = 1;
         break;
       case ptgUplus:

@@ -63,6 +63,11 @@ enum Ptg : uint8_t {
   ptgAreaErr3d = 0x3D,
 };
 
+// The binary operators, arithmetic to range, are one run of base opcodes.
+inline bool IsBinaryOperator(uint8_t base) {
+  return base >= ptgAdd && base <= ptgRange;
+}
+
 // Token classes in bits 5 and 6 of an operand opcode.
 constexpr uint8_t ClassReference = 0x20;
 constexpr uint8_t ClassValue = 0x40;
