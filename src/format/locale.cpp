@@ -6,7 +6,7 @@ char16_t DateOrder[2] = u"1";
 char16_t DateSeparator[2] = u"/";
 char16_t TimeSeparator[2] = u":";
 char16_t DecimalSeparator[2] = u",";
-char16_t ThousandsSeparator[2] = u"\u00A0";
+char16_t ThousandsSeparator[2] = u" ";
 char16_t CurrencySymbol[4] = u"\u20AC";
 char16_t CurrencyDigits[2] = u"2";
 char16_t ListSeparator[2] = u";";
@@ -60,7 +60,7 @@ static const LocaleTable localeTables[] = {
      u"/",
      u":",
      u",",
-     u"\u00A0",
+     u" ",
      u"\u20AC",
      u"2",
      u";",

@@ -9,7 +9,7 @@ extern char16_t DateOrder[2];  // "0" month-day-year, "1" day-month-year, "2" ye
 extern char16_t DateSeparator[2];
 extern char16_t TimeSeparator[2];
 extern char16_t DecimalSeparator[2];
-extern char16_t ThousandsSeparator[2];  // printed; input also accepts U+0020 and U+202F
+extern char16_t ThousandsSeparator[2];  // printed; input also accepts U+00A0 and U+202F
 extern char16_t CurrencySymbol[4];
 extern char16_t CurrencyDigits[2];
 extern char16_t ListSeparator[2];
