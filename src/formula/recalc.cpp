@@ -9,6 +9,8 @@
 
 #include "base/alloc.h"
 #include "base/bytes.h"
+#include "base/text.h"
+#include "format/number_format.h"
 #include "formula/evaluator.h"
 #include "model/workbook.h"
 
@@ -689,7 +691,21 @@ void RecalculateWorkbook() {
 
 // The text of a value in the General style: booleans and errors by name, numbers in 15
 // significant digits. The number format engine takes over here once it exists.
-static char16_t* DisplayText(uint32_t book, uint32_t sheet, const Cell* cell) {
+// The text a cell shows. Texts show as they are, booleans and errors by their names, and numbers
+// through the cell's number format.
+static char16_t* DisplayText(uint32_t book, uint32_t sheet, Cell* cell, const TextMeasure* measure,
+                             int32_t availableWidth) {
+  const Workbook* wb = GetWorkbook(book);
+  const Xf* xf = cell->xf < wb->xfCount ? &wb->xfs[cell->xf] : nullptr;
+  cell->textColor = xf && xf->font < wb->fontCount ? wb->fonts[xf->font].color : AutomaticFontColor;
+  if (cell->value.tag == ValueNumber) {
+    uint8_t color = FormatNoColor;
+    const char16_t* code = FormatCodeAt(book, xf ? xf->numberFormat : 0);
+    const char16_t* text =
+        FormatNumber(cell->value.number, code, wb->date1904, measure, availableWidth, &color);
+    if (color != FormatNoColor) cell->textColor = color;
+    return TextDuplicate(text);
+  }
   Value copy{};
   if (!CopyValue(&copy, &cell->value)) return nullptr;
   EvalContext ctx{book, sheet, cell->row, cell->col, 0};
@@ -699,11 +715,12 @@ static char16_t* DisplayText(uint32_t book, uint32_t sheet, const Cell* cell) {
   return nullptr;
 }
 
-int EnsureCellText(uint32_t book, uint32_t sheet, Cell* cell) {
-  if (cell->state == CellShown) return 1;
+int EnsureCellText(uint32_t book, uint32_t sheet, Cell* cell, const TextMeasure* measure,
+                   int32_t availableWidth) {
+  if (cell->state == CellShown && !measure) return 1;
   if (cell->state < CellCalculated && !CalculateCell(book, sheet, cell)) return 0;
   Release(cell->text);
-  cell->text = DisplayText(book, sheet, cell);
+  cell->text = DisplayText(book, sheet, cell, measure, availableWidth);
   cell->state = CellShown;
   return 1;
 }

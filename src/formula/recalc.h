@@ -19,8 +19,13 @@ void RefreshVolatiles();
 void DirtySheet(uint32_t sheet);
 // DirtySheet on each worksheet of the current workbook.
 void RecalculateWorkbook();
-// Calculates the cell if needed and makes its display text; the state becomes CellShown.
-int EnsureCellText(uint32_t book, uint32_t sheet, Cell* cell);
+// Calculates the cell if needed and makes its display text; the state becomes CellShown. A number
+// prints through the number format of the cell's Xf, whose colour section, if any, sets
+// `textColor` over the font's colour. The painter passes its measure and the cell's width, so that
+// General can shrink and a "*" fill can fill the cell.
+struct TextMeasure;
+int EnsureCellText(uint32_t book, uint32_t sheet, Cell* cell, const TextMeasure* measure = nullptr,
+                   int32_t availableWidth = 0);
 
 // Invalidation of the screen area of a range, which the shell installs; no-op without a shell.
 using InvalidateRangeHook = void (*)(uint32_t book, uint32_t sheet, const Range* range);

@@ -9,6 +9,7 @@
 
 #include "base/alloc.h"
 #include "base/text.h"
+#include "format/number_format.h"
 #include "model/cells.h"
 #include "model/workbook.h"
 
@@ -106,7 +107,7 @@ int32_t FindNumberFormatById(uint32_t book, uint32_t id) {
   return -1;
 }
 
-static int BuildNumberFormats(Workbook* wb) {
+static int BuildNumberFormats(uint32_t book, Workbook* wb) {
   NumberFormat* formats =
       static_cast<NumberFormat*>(Allocate(BuiltInFormatCount * sizeof(NumberFormat)));
   if (!formats) return 0;
@@ -117,6 +118,9 @@ static int BuildNumberFormats(Workbook* wb) {
   }
   wb->numberFormats = formats;
   wb->numberFormatCount = BuiltInFormatCount;
+  // Each built-in format gets the locale's form as it is entered.
+  for (uint32_t i = 0; i < BuiltInFormatCount; i++)
+    if (!LocalizeFormatCode(book, i)) return 0;
   return 1;
 }
 
@@ -177,7 +181,8 @@ static int BuildFonts(Workbook* wb) {
 int BuildDefaultStyles(uint32_t book) {
   Workbook* wb = GetWorkbook(book);
   std::memcpy(wb->palette, DefaultPalette, sizeof(DefaultPalette));
-  if (!BuildNumberFormats(wb) || !BuildXfs(book, wb) || !BuildStyleRecords(wb) || !BuildFonts(wb)) {
+  if (!BuildNumberFormats(book, wb) || !BuildXfs(book, wb) || !BuildStyleRecords(wb) ||
+      !BuildFonts(wb)) {
     FreeStyles(book);
     return 0;
   }

@@ -95,7 +95,7 @@ TEST(StylesDefaults, BuildReleasesEverythingWhenMemoryRunsOut) {
   uint32_t book = NewBook();
   FreeStyles(book);
   int built = 0;
-  for (int64_t allowed = 0; !built && allowed < 16; allowed++) {
+  for (int64_t allowed = 0; !built && allowed < 64; allowed++) {
     SetAllocationFailureAfter(allowed);
     built = BuildDefaultStyles(book);
     SetAllocationFailureAfter(-1);
