@@ -33,6 +33,11 @@ void FnNbVide(Value* args, Value* result, const EvalContext* ctx);
 void FnType(Value* args, Value* result, const EvalContext* ctx);
 void FnTypeErreur(Value* args, Value* result, const EvalContext* ctx);
 
+// text_number.cpp
+void FnTexte(Value* args, Value* result, const EvalContext* ctx);
+void FnCtxt(Value* args, Value* result, const EvalContext* ctx);
+void FnFranc(Value* args, Value* result, const EvalContext* ctx);
+
 // math.cpp
 void FnArrondi(Value* args, Value* result, const EvalContext* ctx);
 void FnArrondiInf(Value* args, Value* result, const EvalContext* ctx);

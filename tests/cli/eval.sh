@@ -43,11 +43,25 @@ done <<'TABLE'
 =#N/A|#N/A
 =(1;2)|#VALUE!
 1+1|2
+=TEXTE(1234,5;"#,##0.00")|1 234,50
+=TEXTE(-1234,5;"#,##0.00 ""€"";[Red]-#,##0.00 ""€""")|-1 234,50 €
+=TEXTE(60;"dd/mm/yyyy")|29/02/1900
+=TEXTE(45000,75;"dddd d mmmm yyyy hh:mm")|mercredi 15 mars 2023 18:00
+=TEXTE(1,5;"[h]:mm")|36:00
+=TEXTE(0,5;"# ?/?")| 1/2
+=TEXTE("abc";"0")|abc
+=CTXT(1234,567)|1 234,57
+=CTXT(-1234,567;-2;VRAI)|-1200
+=FRANC(-1234,567)|-1 234,57 €
+=FRANC(1234,567;0)|1 235 €
 TABLE
 expect en-US '=0.1+0.2=0.3' 'VRAI'
 expect en-US '=SOMME(1,2,3)' '6'
 expect en-US '=SOMME({1,2;3,4})' '10'
 expect en-US '=1.5*2' '3'
+expect en-US '=TEXTE(1234.5,"#,##0.00")' '1,234.50'
+expect en-US '=FRANC(-1234.567)' '($1,234.57)'
+expect en-US '=TEXTE(0.5,"h:mm AM/PM")' '12:00 PM'
 refuse fr-FR '=1+'
 refuse fr-FR '=SOMME(1;'
 refuse fr-FR '=(1'
