@@ -9,8 +9,20 @@
 #include "cli/verbs.h"
 #include "format/input.h"
 #include "formula/parser.h"
+#include "model/styles.h"
 #include "model/value.h"
 #include "model/workbook.h"
+
+// A typed number takes the built-in format its form asks for: a date shows as a date, "12%" as a
+// percent, and so on.
+static int ApplyHintFormat(uint32_t book, const InputResult* input, Cell* proto) {
+  int32_t format = FindNumberFormatById(
+      book, static_cast<uint32_t>(BuiltInFormatForHint(input->hint, input->hintDetail)));
+  if (format < 0) return 1;
+  Xf xf = GetWorkbook(book)->xfs[proto->xf];
+  xf.numberFormat = static_cast<uint16_t>(format);
+  return InternXf(book, &xf, &proto->xf);
+}
 
 // Reads a typed line into the cell prototype as cell entry does: a formula is compiled, a
 // number, boolean or error is stored as such, anything else as text. Returns 0 for a formula
@@ -32,6 +44,7 @@ static int ReadEntry(uint32_t book, const std::string& line, Cell* proto) {
       break;
     case InputNumber:
       proto->value = NumberValue(input.number);
+      ok = ApplyHintFormat(book, &input, proto);
       break;
     case InputBoolean:
       proto->value = BooleanValue(input.boolean != 0);

@@ -6,6 +6,7 @@
 #include "base/text.h"
 #include "cli/verbs.h"
 #include "formula/formula_text.h"
+#include "formula/recalc.h"
 #include "formula/reference_text.h"
 #include "model/value.h"
 #include "model/workbook.h"
@@ -81,16 +82,10 @@ static std::string ValueField(const Value& v) {
   }
 }
 
-// The text the sheet shows for a value; plain General formatting.
-static std::string DisplayedField(uint32_t book, uint32_t sheet, const Cell* cell) {
-  Value shown;
-  EvalContext ctx{book, sheet, cell->row, cell->col, 0};
-  if (!CopyValue(&shown, &cell->value)) return "";
-  if (shown.tag == ValueEmpty) return "";
-  CoerceValue(&shown, ValueText, &ctx);
-  std::string text = shown.tag == ValueText ? Escape(TextToUtf8(shown.text)) : "";
-  FreeValue(&shown);
-  return text;
+// The text the sheet shows for a cell: its value through the cell's number format.
+static std::string DisplayedField(uint32_t book, uint32_t sheet, Cell* cell) {
+  if (!EnsureCellText(book, sheet, cell) || !cell->text) return "";
+  return Escape(TextToUtf8(cell->text));
 }
 
 void PrintCells(FILE* out, uint32_t book, int32_t onlySheet) {
@@ -100,10 +95,12 @@ void PrintCells(FILE* out, uint32_t book, int32_t onlySheet) {
     const Sheet* sheet = wb->sheets[s];
     if (!SheetHasCells(sheet)) continue;
     for (uint32_t i = 0; i < sheet->cells.count; i++) {
-      const Cell* cell = sheet->cells.cells[i];
+      Cell* cell = sheet->cells.cells[i];
+      // The display comes first: making it may calculate the cell.
+      std::string shown = DisplayedField(book, s, cell);
       std::string line = std::to_string(s) + "\t" + A1Address(cell->row, cell->col) + "\t" +
                          TypeLetter(cell->value.tag) + "\t" + ValueField(cell->value) + "\t" +
-                         FormulaField(book, cell) + "\t" + DisplayedField(book, s, cell) + "\n";
+                         FormulaField(book, cell) + "\t" + shown + "\n";
       std::fputs(line.c_str(), out);
     }
   }

@@ -121,3 +121,20 @@ InputKind ClassifyInput(const ParseContext* ctx, const char16_t* text, InputResu
   if (ParseDateText(text, date1904, &value)) return Number(out, value, HintDate, 0);
   return InputText;
 }
+
+int32_t BuiltInFormatForHint(InputFormatHint hint, int32_t detail) {
+  switch (hint) {
+    case HintThousands:
+      return detail == 2 ? 4 : 3;  // "#,##0.00" or "#,##0"
+    case HintDate:
+      return 14;  // the short date
+    case HintTime:
+      return detail > 0 ? detail : 20;
+    case HintPercent:
+      return detail == 2 ? 10 : 9;  // "0.00%" or "0%"
+    case HintCurrency:
+      return detail > 0 ? 7 : 5;  // the currency form with or without decimals
+    default:
+      return -1;
+  }
+}

@@ -50,6 +50,10 @@ struct InputResult {
   int32_t hintDetail;
 };
 
+// The file id of the built-in number format that a cell without a format of its own takes for a
+// typed number with this hint; -1 for none.
+int32_t BuiltInFormatForHint(InputFormatHint hint, int32_t detail);
+
 struct ParseContext;
 // Decides what a typed text is under the regional settings. A text starting with "=" (or "+"
 // or "-" when it is no number) is a formula when it scans to its end, and otherwise text; the

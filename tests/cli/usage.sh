@@ -22,9 +22,9 @@ check "unknown option" 2 "$cli" entries --frob x
 check "bad locale" 2 "$cli" entries --locale xx-YY x
 check "missing file" 1 "$cli" entries /nonexistent/file.txt
 
-printf '1,5\nvrai\n#n/a\nbonjour\n\n1 234,5\n=SOMME(A1;A6)*2\n' >/tmp/tessarel-entries.$$
+printf '1,5\nvrai\n#n/a\nbonjour\n\n1 234,5\n=SOMME(A1;A6)*2\n15/03/2024\n12,5%%\n' >/tmp/tessarel-entries.$$
 check "entries" 0 "$cli" entries --locale fr-FR /tmp/tessarel-entries.$$
-expected=$(printf '0\tA1\tn\t1.5\t\t1,5\n0\tA2\tb\t1\t\tVRAI\n0\tA3\te\t#N/A\t\t#N/A\n0\tA4\ts\tbonjour\t\tbonjour\n0\tA6\tn\t1234.5\t\t1234,5\n0\tA7\tn\t2472\t=SOMME(A1;A6)*2\t2472')
+expected=$(printf '0\tA1\tn\t1.5\t\t1,5\n0\tA2\tb\t1\t\tVRAI\n0\tA3\te\t#N/A\t\t#N/A\n0\tA4\ts\tbonjour\t\tbonjour\n0\tA6\tn\t1234.5\t\t1 234,50\n0\tA7\tn\t2472\t=SOMME(A1;A6)*2\t2472\n0\tA8\tn\t45366\t\t15/03/2024\n0\tA9\tn\t0.125\t\t12,50%%')
 if [ "$(cat /tmp/tessarel-cli-out.$$)" != "$expected" ]; then
   echo "FAIL: entries listing"; diff <(echo "$expected") /tmp/tessarel-cli-out.$$; fail=1
 fi
