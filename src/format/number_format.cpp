@@ -513,6 +513,16 @@ static void DateFields(double v, int date1904, const Layout* l, Numbers* n) {
   // Serials outside the calendar's range have no date to show; they print as day 0.
   bool inRange = v < 2958466.0 * 2;
   int32_t days = inRange ? static_cast<int32_t>(v) : 0;
+  int32_t digits = l->secondDigits >= 0 ? l->secondDigits : l->hasPoint ? 1 : 0;
+  if (digits > 9) digits = 9;
+  int64_t scale = static_cast<int64_t>(powersOfTen[digits]);
+  double within = inRange ? v - days : 0;
+  int64_t ticks = static_cast<int64_t>(within * static_cast<double>(scale) * 86400 + 0.5);
+  // A time that rounds up to midnight is midnight of the next day, not hour 24.
+  if (ticks >= 86400 * scale) {
+    ticks -= 86400 * scale;
+    days++;
+  }
   if (days + offset == 0) {
     // Serial 0 of the 1900 system is shown as the day before 1 January 1900: 0 January.
     n->year = 1900, n->month = 1, n->day = 0;
@@ -520,11 +530,6 @@ static void DateFields(double v, int date1904, const Layout* l, Numbers* n) {
     SerialToDate(days + offset, &n->year, &n->month, &n->day);
   }
   n->weekday = static_cast<int32_t>(static_cast<int64_t>(days + offset + 5) % 7);
-  int32_t digits = l->secondDigits >= 0 ? l->secondDigits : l->hasPoint ? 1 : 0;
-  if (digits > 9) digits = 9;
-  int64_t scale = static_cast<int64_t>(powersOfTen[digits]);
-  double within = inRange ? v - days : 0;
-  int64_t ticks = static_cast<int64_t>(within * static_cast<double>(scale) * 86400 + 0.5);
   int64_t seconds = ticks / scale;
   n->subsecond = ticks % scale;
   n->hour = static_cast<int32_t>(seconds / 3600);

@@ -227,6 +227,10 @@ const Row frenchRows[] = {
     {45000 + T(13, 45, 0), u"dd/mm hh:mm", u8"15/03 13:45"},
     // Elapsed time.
     {1.5, u"[h]:mm", u8"36:00"},
+    // A time that rounds up to midnight moves to the next day.
+    {0.99999999, u"hh:mm:ss", u8"00:00:00"},
+    {45000.999999999, u"dd/mm/yyyy hh:mm", u8"16/03/2023 00:00"},
+    {0.99999999, u"[h]:mm", u8"24:00"},
     {1.5 + T(0, 0, 30), u"[h]:mm:ss", u8"36:00:30"},
     {1.0 / 24, u"[mm]:ss", u8"60:00"},
     {1 + T(0, 2, 5), u"[mm]:ss", u8"1442:05"},
