@@ -1,6 +1,7 @@
-// What the function handler tests share: a French workbook to store cells in, values and
-// references built in one call, and a handler call on a 30-slot frame as the evaluator makes it,
-// whose result is printed short ("-" empty, "n:2.5", "s:text", "b:1", an error's text, "ref").
+// What the value and function handler tests share: a French workbook to store cells in, values
+// and references built in one call, a short printed form of a value ("-" empty, "n:2.5",
+// "s:text", "b:1", an error's text, "a1x2{n:1,s:x}", "ref:B2", "list:A1;C3"), and a handler call
+// on a 30-slot frame as the evaluator makes it.
 #pragma once
 #include <gtest/gtest.h>
 
@@ -17,30 +18,6 @@
 #include "model/names.h"
 #include "model/workbook.h"
 
-inline std::string Show(const Value& v) {
-  char buffer[32];
-  switch (v.tag) {
-    case ValueEmpty:
-      return "-";
-    case ValueNumber:
-      return "n:" + std::string(buffer, std::to_chars(buffer, buffer + 32, v.number).ptr);
-    case ValueText:
-      return "s:" + TextToUtf8(v.text);
-    case ValueBoolean:
-      return "b:" + std::to_string(v.boolean);
-    case ValueError:
-      return TextToUtf8(ErrorText(v.error));
-    case ValueRef:
-      return "ref";
-    default:
-      return "tag" + std::to_string(v.tag);
-  }
-}
-
-inline Value Text(const char16_t* s) {
-  return TextValue(TextDuplicate(s));
-}
-
 // "B2" or "A1:C3"; one-letter columns are enough here.
 inline Range Area(const char* name) {
   char c0 = 'A', c1 = 0;
@@ -51,6 +28,36 @@ inline Range Area(const char* name) {
   }
   return Range{static_cast<uint16_t>(r0 - 1), static_cast<uint16_t>(r1 - 1),
                static_cast<uint8_t>(c0 - 'A'), static_cast<uint8_t>(c1 - 'A')};
+}
+
+inline std::string AreaName(const Range& r) {
+  std::string s = static_cast<char>('A' + r.firstCol) + std::to_string(r.firstRow + 1);
+  if (r.lastRow == r.firstRow && r.lastCol == r.firstCol) return s;
+  return s + ":" + static_cast<char>('A' + r.lastCol) + std::to_string(r.lastRow + 1);
+}
+
+inline std::string Show(const Value& v) {
+  char buffer[32];
+  std::string s;
+  if (v.tag == ValueEmpty) return "-";
+  if (v.tag == ValueNumber)
+    return "n:" + std::string(buffer, std::to_chars(buffer, buffer + 32, v.number).ptr);
+  if (v.tag == ValueText) return "s:" + TextToUtf8(v.text);
+  if (v.tag == ValueBoolean) return "b:" + std::to_string(v.boolean);
+  if (v.tag == ValueError) return TextToUtf8(ErrorText(v.error));
+  if (v.tag == ValueRef) return "ref:" + AreaName(v.ref);
+  if (v.tag == ValueArray) {
+    for (uint32_t i = 0; v.elements && i < uint32_t{v.rows} * v.columns; i++)
+      s += (i ? "," : "") + Show(v.elements[i]);
+    return "a" + std::to_string(v.rows) + "x" + std::to_string(v.columns) + "{" + s + "}";
+  }
+  if (v.tag != ValueRefList) return "tag" + std::to_string(v.tag);
+  for (uint32_t i = 0; i < v.refs->count; i++) s += (i ? ";" : "") + AreaName(v.refs->areas[i]);
+  return "list:" + s;
+}
+
+inline Value Text(const char16_t* s) {
+  return TextValue(TextDuplicate(s));
 }
 
 inline Value Ref(const char* area) {
@@ -108,7 +115,8 @@ struct HandlerTest : testing::Test {
     EXPECT_TRUE(FindOrAddLink(&request, &index));
     return index;
   }
-  // A reference list of the areas named in `names` ("A1:B2;D4") on the sheets of `link`.
+  // A reference list of the areas named in `names` ("A1:B2;D4") on the sheets of `link`, built by
+  // hand since MakeRefList makes only one.
   Value List(const char* names, int32_t link) {
     std::vector<Range> areas{Area(names)};
     for (const char* p = std::strchr(names, ';'); p; p = std::strchr(p + 1, ';'))

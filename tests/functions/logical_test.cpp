@@ -14,90 +14,66 @@ struct LogicalTest : HandlerTest {
 
   void SetUp() override {
     Open({SheetWorksheet, SheetChart, SheetWorksheet});
-    Put(0, "A1", NumberValue(1));
-    Put(0, "A2", Text(u"2"));
-    Put(0, "A3", BooleanValue(true));
-    Put(0, "A4", NumberValue(3));
-    Put(0, "A6", NumberValue(4));
-    Put(0, "B1", ErrorValue(ErrDiv0));
-    Put(0, "B2", NumberValue(5));
-    Put(0, "C1", NumberValue(1));
-    Put(0, "C65536", NumberValue(2));
-    Put(0, "D1", Text(u"x"));
-    Put(0, "D2", Text(u"y"));
-    Put(1, "A1", NumberValue(10));
-    Put(1, "A2", NumberValue(20));
-    Put(3, "A1", NumberValue(100));
+    const std::tuple<uint32_t, const char*, Value> cells[] = {
+        {0, "A1", NumberValue(1)},  {0, "A2", Text(u"2")},      {0, "A3", BooleanValue(true)},
+        {0, "A4", NumberValue(3)},  {0, "A6", NumberValue(4)},  {0, "B1", ErrorValue(ErrDiv0)},
+        {0, "B2", NumberValue(5)},  {0, "C1", NumberValue(1)},  {0, "C65536", NumberValue(2)},
+        {0, "D1", Text(u"x")},      {0, "D2", Text(u"y")},      {1, "A1", NumberValue(10)},
+        {1, "A2", NumberValue(20)}, {3, "A1", NumberValue(100)}};
+    for (const auto& [sheet, at, value] : cells) Put(sheet, at, value);
     allSheets = Link(0, 3);
   }
 };
 
 struct Case {
-  const char* name;
+  FunctionHandler handler;
   std::vector<Value> arguments;
   const char* expected;
 };
 
-TEST_F(LogicalTest, SommeWalksEachKindOfArgument) {
+// SOMME converts what is given directly and skips texts and booleans in references and arrays;
+// the first bad argument in reading order decides, a failed text before an error included. A
+// 3-D list passes over the chart inside its span. SI gives its chosen branch as it is, a
+// reference included, without looking at the other; an empty branch is 0 when true, FAUX when
+// false.
+TEST_F(LogicalTest, SommeAndSiTakeEachKindOfArgument) {
   const Case cases[] = {
-      {"direct text and boolean are converted", {Text(u"3"), BooleanValue(true)}, "n:4"},
-      {"direct text that is no number", {Text(u"x")}, "#VALUE!"},
-      {"the first bad argument decides", {NumberValue(1), ErrorValue(ErrNA), Text(u"x")}, "#N/A"},
-      {"a failed text before an error", {Text(u"x"), ErrorValue(ErrNA)}, "#VALUE!"},
-      {"text and booleans in a reference", {Ref("A1:A6")}, "n:8"},
-      {"an error cell in a reference", {Ref("A1:B2")}, "#DIV/0!"},
-      {"the error after a number in reading order", {NumberValue(1), Ref("B2")}, "n:6"},
-      {"a whole column", {Ref("C1:C65536")}, "n:3"},
-      {"a 3-D list over all sheets, chart skipped", {List("A1:A2", allSheets)}, "n:131"},
-      {"two areas over all sheets", {List("A1;A4", allSheets)}, "n:114"},
-      {"a link that does not resolve", {List("A1", 999)}, "#REF!"},
-      {"array texts, booleans, empties ignored",
-       {Array(4, {NumberValue(1), Text(u"2"), BooleanValue(true), NumberValue(3)})},
-       "n:4"},
-      {"array with an error element",
-       {Array(3, {NumberValue(1), ErrorValue(ErrNum), ErrorValue(ErrNA)})},
-       "#NUM!"},
-      {"missing arguments between others", {NumberValue(1), Value{}, NumberValue(2)}, "n:3"},
-      {"nothing at all", {}, "n:0"},
-      {"a control signal", {Control()}, "#VALUE!"},
+      {FnSomme, {Text(u"3"), BooleanValue(true)}, "n:4"},
+      {FnSomme, {Text(u"x")}, "#VALUE!"},
+      {FnSomme, {NumberValue(1), ErrorValue(ErrNA), Text(u"x")}, "#N/A"},
+      {FnSomme, {Text(u"x"), ErrorValue(ErrNA)}, "#VALUE!"},
+      {FnSomme, {Ref("A1:A6")}, "n:8"},
+      {FnSomme, {Ref("A1:B2")}, "#DIV/0!"},
+      {FnSomme, {NumberValue(1), Ref("B2")}, "n:6"},
+      {FnSomme, {Ref("C1:C65536")}, "n:3"},
+      {FnSomme, {List("A1:A2", allSheets)}, "n:131"},
+      {FnSomme, {List("A1;A4", allSheets)}, "n:114"},
+      {FnSomme, {List("A1", 999)}, "#REF!"},  // a link that does not resolve
+      {FnSomme, {Array(4, {NumberValue(1), Text(u"2"), BooleanValue(1), NumberValue(3)})}, "n:4"},
+      {FnSomme, {Array(3, {NumberValue(1), ErrorValue(ErrNum), ErrorValue(ErrNA)})}, "#NUM!"},
+      {FnSomme, {NumberValue(1), Value{}, NumberValue(2)}, "n:3"},  // missing arguments
+      {FnSomme, {}, "n:0"},
+      {FnSomme, {Control()}, "#VALUE!"},
+      {FnSi, {BooleanValue(true), Value{}}, "n:0"},
+      {FnSi, {BooleanValue(false), NumberValue(1)}, "b:0"},
+      {FnSi, {BooleanValue(true), Ref("A1:A6")}, "ref:A1:A6"},
+      {FnSi, {BooleanValue(true), Text(u"a"), Control()}, "s:a"},
+      {FnVrai, {}, "b:1"},
   };
-  for (const Case& c : cases) EXPECT_EQ(Call(FnSomme, c.arguments), c.expected) << c.name;
-}
-
-TEST_F(LogicalTest, SommeBringsCellsUpToDateBeforeReadingThem) {
-  // A dirty formula cell (=7 over a stale -1) is calculated first.
-  Cell cell{};
-  cell.col = 4;
-  cell.formula.length = 3;
-  cell.formula.bytes = static_cast<uint8_t*>(Allocate(3));
-  cell.formula.bytes[0] = ptgInt;
-  cell.formula.bytes[1] = 7;
-  ASSERT_TRUE(StoreCell(book, 0, &cell, 0, 0));
-  Cell* stored = CellAt(&GetSheet(book, 0)->cells, 0, 4);
-  stored->state = CellDirty;
-  stored->value = NumberValue(-1);
-  EXPECT_EQ(Call(FnSomme, {Ref("A1"), Ref("E1")}), "n:8");
-  EXPECT_EQ(GetWorkbook(book)->circularHit, 0);
-  // A cell under calculation is read as it stands, and the circle is noted.
-  CellAt(&GetSheet(book, 0)->cells, 3, 0)->state = CellCalculating;
-  EXPECT_EQ(Call(FnSomme, {Ref("A1:A6")}), "n:8");
-  EXPECT_EQ(GetWorkbook(book)->circularHit, 1);
+  for (int i = 0; const Case& c : cases) {
+    SCOPED_TRACE(i++);
+    EXPECT_EQ(Call(c.handler, c.arguments), c.expected);
+  }
 }
 
 // The walk's options, which the other aggregates use: what each sees of A1:B2, D1:D2, a text
-// that is no number and VRAI.
+// that is no number and VRAI. The visitor counts and sums, and asks to stop after `stopAfter`
+// numbers (0 never).
 struct Tally {
   int count;
   double sum;
-  int stopAfter;  // the visitor asks to stop after this many numbers; 0 never
+  int stopAfter;
 };
-
-int Count(double number, void* state) {
-  Tally* t = static_cast<Tally*>(state);
-  t->count++;
-  t->sum += number;
-  return t->stopAfter == 0 || t->count < t->stopAfter;
-}
 
 TEST_F(LogicalTest, WalkOptionsWidenWhatIsCounted) {
   struct {
@@ -112,84 +88,65 @@ TEST_F(LogicalTest, WalkOptionsWidenWhatIsCounted) {
       {WalkSkipErrors | WalkTextInRanges | WalkLogicalInRanges, 0, 1, "-", 6, 7},
       {WalkSkipErrors, 2, 0, "-", 2, 6},  // the visitor's stop leaves no error
   };
+  auto count = [](double number, void* state) -> int {
+    Tally* t = static_cast<Tally*>(state);
+    t->sum += number;
+    return ++t->count != t->stopAfter;
+  };
   for (const auto& c : cases) {
+    SCOPED_TRACE(c.flags);
     Value frame[FunctionFrameSize] = {Ref("A1:B2"), Ref("D1:D2"), Text(u"no number"),
                                       BooleanValue(true)};
     Tally tally{0, 0, c.stopAfter};
     Value error{};
-    EXPECT_EQ(WalkNumbersWith(frame, &ctx, c.flags, Count, &tally, &error), c.finished);
-    EXPECT_EQ(Show(error), c.error) << c.flags;
-    EXPECT_EQ(tally.count, c.count) << c.flags;
-    EXPECT_EQ(tally.sum, c.sum) << c.flags;
+    EXPECT_EQ(WalkNumbersWith(frame, &ctx, c.flags, count, &tally, &error), c.finished);
+    EXPECT_EQ(Show(error), c.error);
+    EXPECT_EQ(tally.count, c.count);
+    EXPECT_EQ(tally.sum, c.sum);
     for (Value& v : frame) FreeValue(&v);
   }
 }
 
+// SI(condition; 1; 2) and NON read their condition alike: booleans, numbers, empty, and texts
+// only when they spell a boolean; errors pass through with their code.
 TEST_F(LogicalTest, SiAndNonReadTheirConditionAlike) {
-  struct {
-    const char* name;
-    Value condition;
-    const char* si;  // SI(condition; 1; 2)
-    const char* non;
-  } cases[] = {
-      {"true", BooleanValue(true), "n:1", "b:0"},
-      {"false", BooleanValue(false), "n:2", "b:1"},
-      {"a zero", NumberValue(0), "n:2", "b:1"},
-      {"empty", Value{}, "n:2", "b:1"},
-      {"a boolean text", Text(u"vrai"), "n:1", "b:0"},
-      {"a boolean text in another case", Text(u"Faux"), "n:2", "b:1"},
-      {"another text", Text(u"1"), "#VALUE!", "#VALUE!"},
-      {"an error", ErrorValue(ErrNA), "#N/A", "#N/A"},
-      {"an error cell", Ref("B1"), "#DIV/0!", "#DIV/0!"},
-      {"a boolean cell", Ref("A3"), "n:1", "b:0"},
+  const std::tuple<Value, const char*, const char*> cases[] = {
+      {BooleanValue(true), "n:1", "b:0"}, {BooleanValue(false), "n:2", "b:1"},
+      {NumberValue(0), "n:2", "b:1"},     {Value{}, "n:2", "b:1"},
+      {Text(u"vrai"), "n:1", "b:0"},      {Text(u"Faux"), "n:2", "b:1"},
+      {Text(u"1"), "#VALUE!", "#VALUE!"}, {ErrorValue(ErrNA), "#N/A", "#N/A"},
+      {Ref("B1"), "#DIV/0!", "#DIV/0!"},  {Ref("A3"), "n:1", "b:0"},
   };
-  for (auto& c : cases) {
-    EXPECT_EQ(Call(FnNon, Copies({c.condition})), c.non) << c.name;
-    EXPECT_EQ(Call(FnSi, {c.condition, NumberValue(1), NumberValue(2)}), c.si) << c.name;
+  for (const auto& [condition, si, non] : cases) {
+    SCOPED_TRACE(Show(condition));
+    EXPECT_EQ(Call(FnNon, Copies({condition})), non);
+    EXPECT_EQ(Call(FnSi, {condition, NumberValue(1), NumberValue(2)}), si);
   }
-  EXPECT_EQ(Call(FnVrai, {}), "b:1");
 }
 
-TEST_F(LogicalTest, SiGivesTheChosenBranchAsItIs) {
-  const Case cases[] = {
-      {"empty true branch", {BooleanValue(true), Value{}}, "n:0"},
-      {"missing false branch", {BooleanValue(false), NumberValue(1)}, "b:0"},
-      {"a reference comes back as such", {BooleanValue(true), Ref("A1:A6")}, "ref"},
-      {"the branch not taken is not looked at", {BooleanValue(true), Text(u"a"), Control()}, "s:a"},
-  };
-  for (const Case& c : cases) EXPECT_EQ(Call(FnSi, c.arguments), c.expected) << c.name;
-}
-
+// Numbers and booleans count wherever they stand; texts and empties inside references and
+// arrays are passed over, a text given directly must spell a boolean, and an error wins even
+// after a value that settled the answer.
 TEST_F(LogicalTest, EtAndOuFoldLogicalValues) {
-  struct {
-    const char* name;
-    std::vector<Value> arguments;
-    const char* et;
-    const char* ou;
-  } cases[] = {
-      {"booleans", {BooleanValue(true), BooleanValue(false)}, "b:0", "b:1"},
-      {"numbers", {NumberValue(2), NumberValue(-1)}, "b:1", "b:1"},
-      {"a zero", {NumberValue(0)}, "b:0", "b:0"},
-      {"boolean texts given directly", {Text(u"VRAI"), Text(u"faux")}, "b:0", "b:1"},
-      {"another text given directly", {BooleanValue(true), Text(u"x")}, "#VALUE!", "#VALUE!"},
-      {"no argument", {}, "#VALUE!", "#VALUE!"},
-      {"an error wins", {BooleanValue(false), ErrorValue(ErrNA)}, "#N/A", "#N/A"},
-      {"a reference: texts ignored", {Ref("A1:A6")}, "b:1", "b:1"},
-      {"a reference with only texts", {Ref("D1:D2")}, "#VALUE!", "#VALUE!"},
-      {"a reference with an error", {Ref("A1:B2")}, "#DIV/0!", "#DIV/0!"},
-      {"a 3-D list", {BooleanValue(false), List("A1:A2", allSheets)}, "b:0", "b:1"},
-      {"an array: texts and empties ignored",
-       {Array(3, {Text(u"x"), NumberValue(0), Value{}})},
-       "b:0",
-       "b:0"},
-      {"an array with an error",
-       {Array(2, {NumberValue(1), ErrorValue(ErrNum)})},
-       "#NUM!",
-       "#NUM!"},
+  const std::tuple<std::vector<Value>, const char*, const char*> cases[] = {
+      {{BooleanValue(true), BooleanValue(false)}, "b:0", "b:1"},
+      {{NumberValue(2), NumberValue(-1)}, "b:1", "b:1"},
+      {{NumberValue(0)}, "b:0", "b:0"},
+      {{Text(u"VRAI"), Text(u"faux")}, "b:0", "b:1"},
+      {{BooleanValue(true), Text(u"x")}, "#VALUE!", "#VALUE!"},
+      {{}, "#VALUE!", "#VALUE!"},
+      {{BooleanValue(false), ErrorValue(ErrNA)}, "#N/A", "#N/A"},
+      {{Ref("A1:A6")}, "b:1", "b:1"},
+      {{Ref("D1:D2")}, "#VALUE!", "#VALUE!"},
+      {{Ref("A1:B2")}, "#DIV/0!", "#DIV/0!"},
+      {{BooleanValue(false), List("A1:A2", allSheets)}, "b:0", "b:1"},
+      {{Array(3, {Text(u"x"), NumberValue(0), Value{}})}, "b:0", "b:0"},
+      {{Array(2, {NumberValue(1), ErrorValue(ErrNum)})}, "#NUM!", "#NUM!"},
   };
-  for (auto& c : cases) {
-    EXPECT_EQ(Call(FnEt, Copies(c.arguments)), c.et) << c.name;
-    EXPECT_EQ(Call(FnOu, c.arguments), c.ou) << c.name;
+  for (int i = 0; const auto& [arguments, et, ou] : cases) {
+    SCOPED_TRACE(i++);
+    EXPECT_EQ(Call(FnEt, Copies(arguments)), et);
+    EXPECT_EQ(Call(FnOu, arguments), ou);
   }
 }
 
