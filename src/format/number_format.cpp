@@ -4,6 +4,7 @@
 // the text into one global buffer. Nothing is allocated.
 #include "format/number_format.h"
 
+#include <cfloat>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -394,6 +395,13 @@ static uint32_t WholeDigits(double whole, char* out) {
   return scratch.integerLength;
 }
 
+// v * 10^k in steps that stay inside the range of a double where the result does.
+static double ScaleByPowerOfTen(double v, int32_t k) {
+  while (k > 300) v *= 1e300, k -= 300;
+  while (k < -300) v *= 1e-300, k += 300;
+  return v * PowerOfTen(k);
+}
+
 static int32_t FloorLog10(double v) {
   int32_t l = static_cast<int32_t>(std::floor(std::log10(v)));
   if (PowerOfTen(l) > v) l--;
@@ -414,9 +422,11 @@ static void ScientificDigits(double v, const Layout* l, Numbers* n) {
   if (v > 0) {
     int32_t log = FloorLog10(v);
     exponent = l->hashes > 0 ? FloorDivide3(log - lead + 1) * 3 : log - l->intDigits + 1;
+    // Hundreds of integer placeholders would ask for a mantissa beyond any double.
+    if (exponent < log - 300) exponent = log - 300;
   }
   for (int pass = 0; pass < 2; pass++) {
-    RoundedDigits(v > 0 ? v / PowerOfTen(exponent) : 0, l->decimals, n);
+    RoundedDigits(v > 0 ? ScaleByPowerOfTen(v, -exponent) : 0, l->decimals, n);
     uint32_t room =
         l->hashes > 0 ? static_cast<uint32_t>(lead + 2) : static_cast<uint32_t>(l->intDigits);
     if (v == 0 || n->integerLength <= room) break;
@@ -547,9 +557,11 @@ static void DateFields(double v, int date1904, const Layout* l, Numbers* n) {
 }
 
 static void SettleNumbers(double v, int date1904, const Layout* l, Numbers* n) {
-  if (l->hasDate) DateFields(v, date1904, l, n);
+  if (l->hasDate || l->twelveHour) DateFields(v, date1904, l, n);
   for (int32_t k = 0; k < l->percents; k++) v *= 100;
   for (int32_t k = 0; k < l->scalingCommas; k++) v *= 0.001;
+  // A code with a great many "%" signs overflows; it shows the largest number instead.
+  if (!(v <= DBL_MAX)) v = DBL_MAX;
   n->value = v;
   n->exponentLength = n->numeratorLength = n->denominatorLength = 0;
   if (l->slash != NoSlash)

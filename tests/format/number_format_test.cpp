@@ -227,6 +227,7 @@ const Row frenchRows[] = {
     {45000 + T(13, 45, 0), u"dd/mm hh:mm", u8"15/03 13:45"},
     // Elapsed time.
     {1.5, u"[h]:mm", u8"36:00"},
+    {0.75, u"0.00 AM/PM", u8"0,75 PM"},  // the half of the day with no hour shown
     // A time that rounds up to midnight moves to the next day.
     {0.99999999, u"hh:mm:ss", u8"00:00:00"},
     {45000.999999999, u"dd/mm/yyyy hh:mm", u8"16/03/2023 00:00"},
