@@ -74,10 +74,9 @@ inline void ForbiddenHandler(Value*, Value* result, const EvalContext*) {
 // a * 10 + b, with the usual prologue: the first argument that is an error decides.
 inline void PairHandler(Value* args, Value* result, const EvalContext* ctx) {
   for (int i = 0; i < 2; i++) CoerceValue(&args[i], ValueNumber, ctx);
-  Value* error = args[0].tag == ValueError   ? &args[0]
-                 : args[1].tag == ValueError ? &args[1]
-                                             : nullptr;
-  *result = error ? *error : NumberValue(args[0].number * 10 + args[1].number);
+  *result = args[0].tag == ValueError   ? args[0]
+            : args[1].tag == ValueError ? args[1]
+                                        : NumberValue(args[0].number * 10 + args[1].number);
 }
 // Describes its arguments up to the first empty slot, and checks that every slot after them is
 // empty.
@@ -103,7 +102,6 @@ inline void AbortHandler(Value*, Value* result, const EvalContext*) {
 constexpr uint32_t Info(uint32_t number, uint32_t category) {
   return number | category << 16;
 }
-constexpr const char* ThirtyR = "RRRRRRRRRRRRRRRRRRRRRRRRRRRRRR";
 
 // IF and CHOOSE have the numbers the token builder writes.
 enum : uint16_t { FnPair = 50, FnCommand, FnAny, FnSquare, FnAbort, FnDescribeR, FnDescribeV };
@@ -115,7 +113,7 @@ inline const FunctionEntry testMain[] = {
     {u"ANYWHERE", "V", DescribeHandler, Info(FnAny, 255), u""},
     {u"SQUARE", "V", SquareArrayHandler, Info(FnSquare, 1), u""},
     {u"ABORT", "", AbortHandler, Info(FnAbort, 1), u""},
-    {u"DESCRIBER", ThirtyR, DescribeHandler, Info(FnDescribeR, 1), u""},
+    {u"DESCRIBER", "RRRRRRRRRRRRRRRRRRRRRRRRRRRRRR", DescribeHandler, Info(FnDescribeR, 1), u""},
     {u"DESCRIBEV", "VVVVVVVVVVVVVVVVVVVVVVVVVVVVVV", DescribeHandler, Info(FnDescribeV, 1), u""},
     {u"CHOOSE", "VRRRRRRRRRRRRRRRRRRRRRRRRRRRRR", ForbiddenHandler, Info(100, 1), u""},
 };
@@ -173,9 +171,7 @@ struct EvaluatorTest : testing::Test {
   }
   void Put(uint32_t sheet, uint16_t row, uint8_t col, Value v, uint32_t inBook = UINT32_MAX) {
     Cell proto{};
-    proto.row = row;
-    proto.col = col;
-    proto.value = v;
+    proto.row = row, proto.col = col, proto.value = v;
     ASSERT_TRUE(StoreCell(inBook == UINT32_MAX ? book : inBook, sheet, &proto, 0, 0));
   }
   uint16_t Link(uint32_t first, uint32_t last, uint32_t target = UINT32_MAX) {

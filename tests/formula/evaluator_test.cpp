@@ -8,18 +8,10 @@ namespace {
 
 TEST_F(EvaluatorTest, Constants) {
   Expect({
-      {"unsigned int", T().Int(65535), "65535"},
-      {"unknown error byte", T().Byte(ptgErr).Byte(0x99), "#N/A"},
       {"8-bit string widened", T().Str(u"\u00e9t\u00e9"), "\"\u00e9t\u00e9\""},
       {"wide string", T().Str(u"\u03a9x"), "\"\u03a9x\""},
-      {"empty string", T().Str(u""), "\"\""},
-      {"no-ops", T().Int(3).Op(ptgUplus).Op(ptgParen).Attr(AttrSpace, 0x0102).Attr(AttrVolatile),
-       "3"},
-      {"exp and extended tokens stepped over",
-       T().Byte(ptgExp).Word(1).Word(2).Byte(ptgExtended).Byte(1).Word(0).Word(0).Byte(0).Int(4),
-       "4"},
-      {"array of every element type",
-       T().Array(2, 2, {N(1.5), Txt(u"\u00e9"), Bv(true), Er(ErrRef)}),
+      {"no-ops", T().Int(3).Op(ptgUplus).Op(ptgParen).Attr(AttrSpace, 1).Attr(AttrVolatile), "3"},
+      {"every element type", T().Array(2, 2, {N(1.5), Txt(u"\u00e9"), Bv(true), Er(ErrRef)}),
        "{1.5,\"\u00e9\";TRUE,#REF!}"},
       {"two arrays", Row({N(1), N(2)}).Append(Row({N(5)})).Op(ptgAdd), "{6,7}"},
       // 1 x 3: a number, then a type byte that is not known, read again for the third element.
@@ -39,25 +31,21 @@ TEST_F(EvaluatorTest, OperatorsOverEveryOperandKind) {
   Expect({
       // Arithmetic.
       {"number - number", T().Int(7).Int(10).Op(ptgSub), "-3"},
-      {"text parsed", T().Str(u"3").Int(1).Op(ptgAdd), "4"},
-      {"text not a number", T().Str(u"x").Int(1).Op(ptgAdd), "#VALUE!"},
       {"boolean and blank", T().Bool(true).Missing().Op(ptgAdd), "1"},
       {"left error wins", T().Err(ErrRef).Err(ErrDiv0).Op(ptgMul), "#REF!"},
       {"right error", T().Int(1).Err(ErrNA).Op(ptgAdd), "#N/A"},
       {"number op array", T().Int(10).Append(Row({N(1), Txt(u"2")})).Op(ptgSub), "{9,8}"},
       {"array op number", Row({N(1), Bv(true)}).Int(10).Op(ptgSub), "{-9,-9}"},
       {"bad text element", Row({Txt(u"a"), Er(ErrNull)}).Int(1).Op(ptgAdd), "{#VALUE!,#NULL!}"},
-      {"error + array fills it",
-       T().Err(ErrDiv0).Append(Row({N(1), Txt(u"a"), Er(ErrNA)})).Op(ptgAdd),
+      {"error fills", T().Err(ErrDiv0).Append(Row({N(1), Txt(u"a"), Er(ErrNA)})).Op(ptgAdd),
        "{#DIV/0!,#DIV/0!,#DIV/0!}"},
       {"array + error", Row({N(1), Txt(u"a"), Er(ErrNA)}).Err(ErrDiv0).Op(ptgAdd),
        "{#DIV/0!,#VALUE!,#N/A}"},
       {"row by column", Row({N(1), N(2)}).Append(Col({N(10), N(20)})).Op(ptgAdd), "{11,12;21,22}"},
       {"wider", Row({N(1), N(2), N(3)}).Append(Row({N(1), N(2)})).Op(ptgAdd), "{2,4,#N/A}"},
-      {"element errors", Row({N(1), Er(ErrNA)}).Append(Row({Er(ErrDiv0), Er(ErrRef)})).Op(ptgAdd),
+      {"errors", Row({N(1), Er(ErrNA)}).Append(Row({Er(ErrDiv0), Er(ErrRef)})).Op(ptgAdd),
        "{#DIV/0!,#N/A}"},
       {"area goes to array", T().Area(0, 2, 0, 0).Int(2).Op(ptgMul), "{10;14;#VALUE!}"},
-      {"value-class reference", T().Ref(1, 0).Int(1).Op(ptgAdd), "8"},
       {"divide by zero", T().Int(1).Int(0).Op(ptgDiv), "#DIV/0!"},
       {"0^0", T().Int(0).Int(0).Op(ptgPower), "#NUM!"},
       {"(-8)^(1/3)", T().Int(8).Op(ptgUminus).Int(1).Int(3).Op(ptgDiv).Op(ptgPower), "#NUM!"},
@@ -69,27 +57,20 @@ TEST_F(EvaluatorTest, OperatorsOverEveryOperandKind) {
       {"two texts", T().Str(u"ab").Str(u"c").Op(ptgConcat), "\"abc\""},
       {"1,5&TRUE&blank", T().Num(1.5).Bool(true).Op(ptgConcat).Missing().Op(ptgConcat),
        "\"1,5VRAI\""},
-      {"& error", T().Str(u"a").Err(ErrNA).Op(ptgConcat), "#N/A"},
       {"text&array", T().Str(u"x").Append(Row({N(1), Bv(false)})).Op(ptgConcat),
        "{\"x1\",\"xFAUX\"}"},
       {"array & error", Row({Txt(u"a"), Er(ErrRef)}).Err(ErrNA).Op(ptgConcat), "{#N/A,#REF!}"},
-      {"error & array", T().Err(ErrNull).Append(Row({Txt(u"a")})).Op(ptgConcat), "{#NULL!}"},
-      {"reference & text", T().Ref(0, 0, R).Str(u"!").Op(ptgConcat), "{\"5!\"}"},
-      {"array&array", Row({Txt(u"a"), Txt(u"b")}).Append(Col({Txt(u"1"), Txt(u"2")})).Op(ptgConcat),
-       "{\"a1\",\"b1\";\"a2\",\"b2\"}"},
       // Comparisons: a tolerance relative to the smaller magnitude, none against exactly 0.
       {"0.1+0.2=0.3", T().Num(0.1).Num(0.2).Op(ptgAdd).Num(0.3).Op(ptgEQ), "TRUE"},
       {"0.1+0.2-0.3=0", T().Num(0.1).Num(0.2).Op(ptgAdd).Num(0.3).Op(ptgSub).Int(0).Op(ptgEQ),
        "FALSE"},
-      {"close numbers: neither is less", T().Int(1).Num(up).Op(ptgLT), "FALSE"},
+      {"close: not less", T().Int(1).Num(up).Op(ptgLT), "FALSE"},
       {"nor greater", T().Num(up).Int(1).Op(ptgGT), "FALSE"},
       {"<= within tolerance", T().Num(up).Int(1).Op(ptgLE), "TRUE"},
       {">= within tolerance", T().Int(1).Num(up).Op(ptgGE), "TRUE"},
       {"<> within tolerance", T().Int(1).Num(up).Op(ptgNE), "FALSE"},
       {"texts order ignoring case", T().Str(u"b").Str(u"A").Op(ptgGT), "TRUE"},
-      {"accented letters fold", T().Str(u"\u00e9T\u00c9").Str(u"\u00c9t\u00e9").Op(ptgEQ), "TRUE"},
       {"text above number", T().Str(u"a").Int(1).Op(ptgGT), "TRUE"},
-      {"boolean above text", T().Bool(true).Str(u"a").Op(ptgGT), "TRUE"},
       {"1 = \"1\"", T().Int(1).Str(u"1").Op(ptgEQ), "FALSE"},
       {"1 <> \"1\"", T().Int(1).Str(u"1").Op(ptgNE), "TRUE"},
       {"booleans as 0 and 1", T().Bool(false).Bool(true).Op(ptgLT), "TRUE"},
@@ -100,7 +81,6 @@ TEST_F(EvaluatorTest, OperatorsOverEveryOperandKind) {
       {"blank on the left is exactly 0", blank().Num(1e-300).Op(ptgLT), "TRUE"},
       {"left error first", T().Err(ErrNA).Err(ErrDiv0).Op(ptgEQ), "#N/A"},
       {"right error", T().Int(1).Err(ErrRef).Op(ptgLT), "#REF!"},
-      {"array = error", Row({N(1), Er(ErrNull)}).Err(ErrNA).Op(ptgEQ), "{#N/A,#N/A}"},
       {"error = array", T().Err(ErrDiv0).Append(Row({N(1), N(2)})).Op(ptgEQ), "{#DIV/0!,#DIV/0!}"},
       {"array = 1", Row({N(1), Er(ErrRef), Txt(u"1")}).Int(1).Op(ptgEQ), "{TRUE,#REF!,FALSE}"},
       {"array = array", Row({N(1), N(2)}).Append(Col({N(1), N(2)})).Op(ptgEQ),
@@ -114,9 +94,7 @@ TEST_F(EvaluatorTest, OperatorsOverEveryOperandKind) {
       {"-blank", T().Missing().Op(ptgUminus), "0"},
       {"-array", Row({Bv(true), Txt(u"3"), Txt(u"x"), Er(ErrNA)}).Op(ptgUminus),
        "{-1,-3,#VALUE!,#N/A}"},
-      {"array%", Row({Bv(true)}).Op(ptgPercent), "{0.01}"},
       {"-reference", T().Area(0, 0, 0, 1).Op(ptgUminus), "{-5,-1}"},
-      {"-two-area list", T().Ref(0, 0, R).Ref(0, 1, R).Op(ptgUnion).Op(ptgUminus), "#VALUE!"},
   });
 }
 
@@ -132,17 +110,12 @@ TEST_F(EvaluatorTest, ReferencesOfEveryKindAndTheirOperators) {
       {"ref A is the first element", T().Ref(2, 1, A), "21"},
       {"area R", T().Area(0, 1, 0, 1, R), "ref A1:B2"},
       {"area V takes the row of the cell", T().Area(0, 5, 1, 1, V), "31"},
-      {"area V with no line-up", T().Area(0, 1, 0, 1, V), "#VALUE!"},
       {"area V in an array formula", T().Area(0, 1, 0, 0, V), "{0;10}", 0, 1},
       {"area A", T().Area(0, 1, 0, 1, A), "{0,1;10,11}"},
       {"refN V is an offset from the cell", T().RefN(-1, 1, V), "22"},
-      {"refN R", T().RefN(2, -1, R), "ref A6"},
       {"areaN A", T().Operand(ptgAreaN, A).Word(0xFFFF).Word(0).Word(rowRel).Word(2 | rowRel),
        "{20,21,22;30,31,32}"},
-      {"ref3d R", T().Ref3d(s1, 1, 0, R), "list S1 A2"},
       {"ref3d V", T().Ref3d(s1, 1, 0, V), "110"},
-      {"area3d V", T().Area3d(s1, 0, 1, 0, 1, V), "#VALUE!"},
-      {"area3d A", T().Area3d(s1, 0, 1, 0, 0, A), "{100;110}"},
       {"link out of range", T().Ref3d(999, 0, 0, R), "#REF!"},
       {"deleted refs", T().RefErr().Byte(ptgAreaErr).Word(0).Word(0).Word(0).Word(0).Op(ptgAdd),
        "#REF!"},
@@ -163,10 +136,8 @@ TEST_F(EvaluatorTest, ReferencesOfEveryKindAndTheirOperators) {
       {"isect of two refs", T().Area(0, 2, 0, 2).Area(1, 3, 1, 3).Op(ptgIsect), "ref B2:C3"},
       {"isect of a list", T().Ref(0, 0, R).Ref(1, 1, R).Op(ptgUnion).Ref(2, 2, R).Op(ptgIsect),
        "#REF!"},
-      {"isect with a non-reference", T().Area(0, 1, 0, 1).Int(1).Op(ptgIsect), "#REF!"},
-      {"isect passes an error on, left first", T().Err(ErrName).Err(ErrDiv0).Op(ptgIsect),
-       "#NAME?"},
-      {"isect of a ref and an error", T().Area(0, 1, 0, 1).Err(ErrNA).Op(ptgIsect), "#N/A"},
+      {"isect with a number", T().Area(0, 1, 0, 1).Int(1).Op(ptgIsect), "#REF!"},
+      {"isect of errors, left first", T().Err(ErrName).Err(ErrDiv0).Op(ptgIsect), "#NAME?"},
       {"isect of lists", T().Area3d(s1, 0, 2, 0, 2).Area3d(s1, 2, 4, 2, 4).Op(ptgIsect),
        "list S1 C3"},
       {"list here ^ ref", T().Area3d(s0, 0, 2, 0, 2).Ref(1, 1, R).Op(ptgIsect), "list S0 B2"},
@@ -182,7 +153,7 @@ TEST_F(EvaluatorTest, ReferencesOfEveryKindAndTheirOperators) {
       {"range of two refs", T().Area(0, 1, 0, 1).Ref(4, 0, R).Op(ptgRange), "ref A1:B5"},
       {"list:list", T().Ref3d(s1, 3, 3, R).Ref3d(s1, 0, 1, R).Op(ptgRange), "list S1 B1:D4"},
       {"list:list across sheets", T().Ref3d(s1, 3, 3, R).Ref3d(s0, 0, 0, R).Op(ptgRange), "#REF!"},
-      {"range with a non-reference", T().Area(0, 1, 0, 1).Int(2).Op(ptgRange), "#REF!"},
+      {"range with a number", T().Area(0, 1, 0, 1).Int(2).Op(ptgRange), "#REF!"},
   };
   Expect(cases, 3, 1);
   // Offsets wrap at 16 bits for rows and 8 for columns.
@@ -191,28 +162,25 @@ TEST_F(EvaluatorTest, ReferencesOfEveryKindAndTheirOperators) {
 
 // The handlers of IF and CHOOSE are never reached: the fixture counts their calls.
 TEST_F(EvaluatorTest, JumpsOfIfAndChoose) {
-  TokenBuilder one = T().Int(1), two = T().Int(2);
+  TokenBuilder one = T().Int(1), two = T().Int(2), no = T().Bool(false);
   TokenBuilder first = Row({N(1), N(2)}), second = Row({N(3), N(4)});
   auto choose = [](TokenBuilder index) {
     return T().Choose(index, {T().Str(u"a"), T().Str(u"b"), T().Str(u"c")});
   };
   Expect({
-      {"IF false, then on", T().If(T().Bool(false), one, &two).Int(10).Op(ptgAdd), "12"},
-      {"IF number condition", T().If(T().Int(5), one, &two), "1"},
+      {"IF false, then on", T().If(no, one, &two).Int(10).Op(ptgAdd), "12"},
       {"IF without false branch, true", T().If(T().Bool(true), one), "1"},
-      {"IF without false branch gives FALSE", T().If(T().Bool(false), one), "FALSE"},
+      {"IF without false branch gives FALSE", T().If(no, one), "FALSE"},
       {"IF error condition stays", T().If(T().Err(ErrNA), one, &two), "#N/A"},
       {"IF error, no false branch", T().If(T().Err(ErrRef), one), "#REF!"},
-      {"IF text condition", T().If(T().Str(u"x"), one, &two), "#VALUE!"},
       {"IF boolean text condition", T().If(T().Str(u"vrai"), one, &two), "1"},
-      {"IF nested", T().If(T().Bool(false), one, &T().If(T().Bool(false), one, &two)), "2"},
-      {"IF(FALSE,{1,2},{3,4})", T().If(T().Bool(false), first, &second), "{3,4}"},
-      {"array after a skipped one",
+      {"IF nested", T().If(no, one, &T().If(no, one, &two)), "2"},
+      {"IF(FALSE,{1,2},{3,4})", T().If(no, first, &second), "{3,4}"},
+      {"after a skipped array",
        T().If(T().Bool(true), first, &second).Append(Row({N(10)})).Op(ptgAdd), "{11,12}"},
       {"CHOOSE first, then on", choose(T().Int(1)).Str(u"!").Op(ptgConcat), "\"a!\""},
       {"CHOOSE last", choose(T().Int(3)), "\"c\""},
       {"CHOOSE truncates", choose(T().Num(2.9)), "\"b\""},
-      {"CHOOSE text index", choose(T().Str(u"2")), "\"b\""},
       {"CHOOSE zero", choose(T().Int(0)), "#VALUE!"},
       {"CHOOSE beyond, then on", choose(T().Int(4)).Str(u"!").Op(ptgConcat), "#VALUE!"},
       {"CHOOSE huge", choose(T().Num(1e300)), "#VALUE!"},
@@ -220,7 +188,8 @@ TEST_F(EvaluatorTest, JumpsOfIfAndChoose) {
   });
 }
 
-// The validator trusts lengths and jumps; what it lets through still ends in an error value.
+// The validator trusts lengths and jumps; what it lets through still ends in an error value, as
+// do tokens that are missing altogether.
 TEST_F(EvaluatorTest, MalformedStringsGiveErrorsNotCrashes) {
   Expect({
       {"one operand missing", T().Int(1).Op(ptgMul), "#VALUE!"},
