@@ -1,5 +1,5 @@
 // Tests of recalculation: precedents built from tokens, marking of dependents across sheets and
-// open workbooks (checked against a plain restart scan on random workbooks), and the calculation
+// open workbooks (checked against a plain scan on random workbooks), and the calculation
 // walk: chains, diamonds, cycles, blanks and display text.
 #include <gtest/gtest.h>
 
@@ -108,35 +108,31 @@ Cells DirtyCells() {
   return out;
 }
 
-// The marking as first described: one changed range at a time, and after each mark the scan
-// starts again from the first cell of the first workbook.
+// The marking done the plain way: each changed range, the first and then each marked cell, is
+// checked against every formula not dirty yet, which is marked when it reads the range or is
+// volatile.
 void ReferencePropagate(uint32_t book, uint32_t sheet, Range range) {
   const std::vector<Placed> cells = AllCells();
-  std::vector<std::tuple<uint32_t, int32_t, Range>> stack{{book, sheet, range}};
-  while (!stack.empty()) {
-    auto [changedBook, changedSheet, changed] = stack.back();
-    auto reads = [&](const Placed& x) {
-      const Cell* c = x.cell;
-      if (!c->formula.bytes || c->state == CellDirty) return false;
-      if (GetSheet(x.book, x.sheet)->kind != SheetWorksheet) return false;
+  std::vector<std::tuple<uint32_t, int32_t, Range>> changed{{book, sheet, range}};
+  for (size_t i = 0; i < changed.size(); i++) {
+    auto [changedBook, changedSheet, area] = changed[i];
+    for (const Placed& x : cells) {
+      Cell* c = x.cell;
+      if (!c->formula.bytes || c->state == CellDirty) continue;
+      if (GetSheet(x.book, x.sheet)->kind != SheetWorksheet) continue;
+      bool reads = c->isVolatile;
       for (uint32_t p = 0; p < c->precedentCount; p++) {
         ResolvedLink l{x.book, x.book, static_cast<int32_t>(x.sheet),
                        static_cast<int32_t>(x.sheet)};
         Range overlap;
-        if ((c->precedents[p].linkIndex < 0 || ResolveLink(c->precedents[p].linkIndex, &l)) &&
-            l.book == changedBook && l.firstSheet <= changedSheet && changedSheet <= l.lastSheet &&
-            IntersectRanges(&c->precedents[p].range, &changed, &overlap))
-          return true;
+        reads |= (c->precedents[p].linkIndex < 0 || ResolveLink(c->precedents[p].linkIndex, &l)) &&
+                 l.book == changedBook && l.firstSheet <= changedSheet &&
+                 changedSheet <= l.lastSheet &&
+                 IntersectRanges(&c->precedents[p].range, &area, &overlap);
       }
-      return c->isVolatile != 0;
-    };
-    auto reader = std::find_if(cells.begin(), cells.end(), reads);
-    if (reader == cells.end()) {
-      stack.pop_back();
-    } else {
-      Cell* c = reader->cell;
+      if (!reads) continue;
       c->state = CellDirty;
-      stack.push_back({reader->book, reader->sheet, Range{c->row, c->row, c->col, c->col}});
+      changed.push_back({x.book, x.sheet, Range{c->row, c->row, c->col, c->col}});
     }
   }
 }
@@ -254,76 +250,67 @@ TEST_F(RecalcTest, TokensGivePrecedentsAndVolatility) {
   EXPECT_EQ(macro->precedentCount + macro->isVolatile, 0u);
 }
 
+// One set of readers for every kind of marking: changes of single cells, as a cell's store
+// makes them, and of whole sheets, as a file load does; volatile cells follow any change anywhere.
 TEST_F(RecalcTest, MarkingReachesReadersAcrossSheetsAndWorkbooks) {
+  SetInvalidateRangeHook(RecordInvalidation);
   PutFormula(book, 0, 0, 1, TB().Area(0, 65535, 0, 0).Sum());  // B1 = SUM(A:A)
   PutFormula(book, 0, 1, 1, TB().Area(10, 20, 2, 3).Sum());    // B2 = SUM(C11:D21)
+  PutFormula(book, 0, 3, 3, TB().Func(RandomId));              // D4 = ALEA()
+  PutFormula(book, 0, 4, 3, TB().Ref(3, 3));                   // D5 = D4
   PutFormula(book, 1, 0, 0, TB().Ref3d(toSheet1, 0, 1));       // Feuille2!A1 = B1
   PutFormula(book, 1, 1, 0, TB().Area3d(Link(book, book, 0, 1), 40000, 40000, 0, 0));
   PutFormula(book, 0, 5, 5, TB().Ref3d(toSheet2, 0, 0));  // F6 = Feuille2!A1
   PutFormula(other, 0, 0, 0, TB().Ref3d(Link(other, book, 0, 0), 0, 1));
   PutFormula(other, 0, 1, 0, TB().Ref(0, 0));
-  // A macro sheet cell is never marked, even with a precedent that a change reaches.
+  // A macro sheet cell is never marked, even volatile or with a precedent that a change reaches.
+  PutFormula(book, 2, 1, 1, TB().Func(RandomId))->isVolatile = 1;
   Cell* macro = PutFormula(book, 2, 0, 0, TB().Int(1));
   ASSERT_TRUE(GrowArray(&macro->precedents, &macro->precedentCapacity, 1, 2));
   macro->precedents[0] = Precedent{toSheet1, Range{59999, 59999, 0, 0}};
   macro->precedentCount = 1;
 
-  // The cell that changes, and what is dirty after.
-  std::tuple<const char*, uint32_t, uint16_t, uint8_t, Cells> cases[] = {
-      {"whole column, then on through both sheets and the other book",
-       0,
-       59999,
-       0,
-       {{0, 0, 0, 1}, {0, 1, 0, 0}, {0, 0, 5, 5}, {1, 0, 0, 0}, {1, 0, 1, 0}}},
-      {"corner of an area", 0, 20, 3, {{0, 0, 1, 1}}},
-      {"just below the area", 0, 21, 3, {}},
-      {"3d span, second sheet", 1, 40000, 0, {{0, 1, 1, 0}}},
-      {"the macro sheet is read by nobody", 2, 0, 1, {}},
+  // The cell that changes, and what is dirty after besides the volatile cell and its reader.
+  const Cells volatiles{{0, 0, 3, 3}, {0, 0, 4, 3}};
+  std::tuple<const char*, uint32_t, uint32_t, uint16_t, uint8_t, Cells> cases[] = {
+      {"whole column, then on through both sheets and the other book", book, 0, 59999, 0,
+       Cells{{0, 0, 0, 1}, {0, 1, 0, 0}, {0, 0, 5, 5}, {1, 0, 0, 0}, {1, 0, 1, 0}}},
+      {"corner of an area", book, 0, 20, 3, Cells{{0, 0, 1, 1}}},
+      {"just below the area", book, 0, 21, 3, Cells{}},
+      {"3d span, second sheet", book, 1, 40000, 0, Cells{{0, 1, 1, 0}}},
+      {"the macro sheet is read by nobody", book, 2, 0, 1, Cells{}},
+      {"anywhere in the other book", other, 0, 100, 100, Cells{}},
   };
-  for (const auto& [what, sheet, row, col, dirty] : cases) {
-    MarkDependents(book, sheet, PutNumber(book, sheet, row, col, 1), 0);
+  for (auto& [what, b, sheet, row, col, dirty] : cases) {
+    MarkDependents(b, sheet, PutNumber(b, sheet, row, col, 1), 0);
+    dirty.insert(volatiles.begin(), volatiles.end());
     EXPECT_EQ(DirtyCells(), dirty) << what;
     for (const Placed& p : AllCells()) p.cell->state = CellCalculated;
   }
-}
+  // What is shown of the changed cells and their readers is repainted, on the sheet on show only.
+  const Invalidations shown{{0, 59999, 59999, 0, 0}, {0, 20, 20, 3, 3}, {0, 21, 21, 3, 3},
+                            {0, 0, 0, 1, 1},         {0, 1, 1, 1, 1},   {0, 3, 3, 3, 3},
+                            {0, 4, 4, 3, 3},         {0, 5, 5, 5, 5}};
+  EXPECT_EQ(invalidated, shown);
 
-TEST_F(RecalcTest, VolatileCellsFollowAnyChangeAnywhere) {
-  Cell* random = PutFormula(book, 0, 3, 3, TB().Func(RandomId));
-  Cell* reader = PutFormula(book, 0, 4, 3, TB().Ref(3, 3));
-  PutFormula(book, 0, 5, 5, TB().Ref(0, 0));
-  PutFormula(book, 2, 0, 0, TB().Func(RandomId))->isVolatile = 1;  // on the macro sheet
-  MarkDependents(other, 0, PutNumber(other, 0, 100, 100, 5), 0);
-  const Cells volatileAndReader{{0, 0, 3, 3}, {0, 0, 4, 3}};
-  EXPECT_EQ(DirtyCells(), volatileAndReader);
-  // The reader brings the volatile cell up first.
-  ASSERT_TRUE(CalculateCell(book, 0, reader));
-  EXPECT_EQ(random->value.number, nextRandom);
-  EXPECT_EQ(reader->value.number, nextRandom);
-  // RefreshVolatiles marks them again, and nothing else.
+  // RefreshVolatiles marks the volatile cell and its reader, and nothing else; the reader brings
+  // the volatile cell up first.
   RefreshVolatiles();
-  EXPECT_EQ(DirtyCells(), volatileAndReader);
-}
+  EXPECT_EQ(DirtyCells(), volatiles);
+  ASSERT_TRUE(CalculateCell(book, 0, At(book, 0, 4, 3)));
+  EXPECT_EQ(At(book, 0, 3, 3)->value.number, nextRandom);
+  EXPECT_EQ(At(book, 0, 4, 3)->value.number, nextRandom);
 
-TEST_F(RecalcTest, WholeSheetsAndRepaintOfTheSheetOnShow) {
-  SetInvalidateRangeHook(RecordInvalidation);
-  Cell* a1 = PutNumber(book, 0, 0, 0, 1);
-  PutFormula(book, 0, 0, 1, TB().Ref(0, 0));              // B1 = A1
-  PutFormula(book, 1, 0, 0, TB().Ref3d(toSheet1, 0, 1));  // Feuille2!A1 = B1
-  PutFormula(book, 0, 2, 2, TB().Ref3d(toSheet2, 0, 0));  // C3 = Feuille2!A1
-  PutFormula(book, 2, 0, 0, TB().Int(1));
-  MarkDependents(book, 0, a1, 0);
-  // A1 itself, B1 and C3 on the sheet on show; Feuille2!A1 lies elsewhere.
-  EXPECT_EQ(invalidated, (Invalidations{{0, 0, 0, 0, 0}, {0, 0, 0, 1, 1}, {0, 2, 2, 2, 2}}));
-
-  // As a file load does: every formula of the sheet at once, without following readers on other
-  // sheets, constants untouched; nothing on a macro sheet.
-  for (const Placed& p : AllCells()) p.cell->state = CellCalculated;
+  // Every formula of a sheet at once, without following readers on other sheets, constants
+  // untouched; nothing on a macro sheet. The sheet on show is repainted whole.
   DirtySheet(0);
   DirtySheet(2);
-  EXPECT_EQ(DirtyCells(), (Cells{{0, 0, 0, 1}, {0, 0, 2, 2}}));
+  Cells sheet0{{0, 0, 0, 1}, {0, 0, 1, 1}, {0, 0, 3, 3}, {0, 0, 4, 3}, {0, 0, 5, 5}};
+  EXPECT_EQ(DirtyCells(), sheet0);
   invalidated.clear();
   RecalculateWorkbook();
-  EXPECT_EQ(DirtyCells(), (Cells{{0, 0, 0, 1}, {0, 0, 2, 2}, {0, 1, 0, 0}}));
+  sheet0.insert({{0, 1, 0, 0}, {0, 1, 1, 0}});
+  EXPECT_EQ(DirtyCells(), sheet0);
   EXPECT_EQ(invalidated, (Invalidations{{0, 0, MaxRow, 0, MaxCol}}));
 }
 
@@ -376,7 +363,7 @@ void Scramble(uint32_t seed) {
   }
 }
 
-TEST_F(RecalcTest, MarksTheSameCellsAsTheRestartScanOnRandomWorkbooks) {
+TEST_F(RecalcTest, MarksTheSameCellsAsAPlainScanOnRandomWorkbooks) {
   rng.seed(20260611);
   uint32_t longChanges = 0, changes = 0;
   for (int round = 0; round < 8; round++) {
@@ -479,21 +466,6 @@ TEST_F(RecalcTest, CyclesSettleInOnePass) {
   EXPECT_EQ(wb->circularHit, 1);
 }
 
-TEST_F(RecalcTest, DeletingACellLeavesItsReaderShowingZero) {
-  StoreValue(0, 0, NumberValue(7));
-  Cell* reader = Store(0, 1, TB().Ref(0, 0));
-  EXPECT_EQ(reader->value.number, 7);
-  Range a1{0, 0, 0, 0};
-  ClearCellsInRange(book, 0, &a1);
-  EXPECT_EQ(At(book, 0, 0, 0), nullptr);
-  EXPECT_EQ(reader->state, CellDirty);
-  // A dirty cell is calculated before its text is made; a blank result is 0.
-  ASSERT_TRUE(EnsureCellText(book, 0, reader));
-  EXPECT_EQ(reader->value.tag, ValueNumber);
-  EXPECT_EQ(TextToUtf8(reader->text), "0");
-  EXPECT_EQ(reader->state, CellShown);
-}
-
 TEST_F(RecalcTest, ArrayBlockCellsEvaluateAsArrays) {
   // The same formula =A1:C1*2 in an array block D5:F5 takes its own element; outside a block it
   // intersects with the cell's row or column, which a cell off to the side cannot.
@@ -513,7 +485,10 @@ TEST_F(RecalcTest, ArrayBlockCellsEvaluateAsArrays) {
   EXPECT_EQ(outside->value.tag, ValueError);
 }
 
+// Each kind of value shows in A1 and, calculated first since the change of A1 marked it, in its
+// reader B1. Once A1 is deleted, B1 reads a blank, which shows as 0.
 TEST_F(RecalcTest, DisplayTextOfEachKind) {
+  Cell* reader = Store(0, 1, TB().Ref(0, 0));
   const std::u16string point(1, DecimalSeparator[0]);
   std::pair<Value, std::u16string> cases[] = {
       {BooleanValue(true), u"VRAI"},
@@ -524,11 +499,21 @@ TEST_F(RecalcTest, DisplayTextOfEachKind) {
       {NumberValue(-12), u"-12"},
   };
   for (const auto& [value, text] : cases) {
-    Cell* cell = StoreAt(book, 0, 0, 0, value, nullptr, 0);
-    ASSERT_TRUE(EnsureCellText(book, 0, cell));
-    EXPECT_EQ(cell->state, CellShown);
-    EXPECT_EQ(std::u16string(cell->text), text);
+    Cell* cell = StoreValue(0, 0, value);
+    EXPECT_EQ(reader->state, CellDirty);
+    for (Cell* c : {cell, reader}) {
+      ASSERT_TRUE(EnsureCellText(book, 0, c));
+      EXPECT_EQ(c->state, CellShown);
+      EXPECT_EQ(std::u16string(c->text), text);
+    }
   }
+  Range a1{0, 0, 0, 0};
+  ClearCellsInRange(book, 0, &a1);
+  EXPECT_EQ(At(book, 0, 0, 0), nullptr);
+  EXPECT_EQ(reader->state, CellDirty);
+  ASSERT_TRUE(EnsureCellText(book, 0, reader));
+  EXPECT_EQ(reader->value.tag, ValueNumber);
+  EXPECT_EQ(TextToUtf8(reader->text), "0");
 }
 
 // Deleting a defined name renews the formulas that use it: they are marked dirty, and so are the
