@@ -593,6 +593,10 @@ static void PutText(Emitter* e, const char16_t* text, uint32_t length) {
   for (uint32_t i = 0; i < length; i++) Put(e, text[i]);
 }
 
+static void PutString(Emitter* e, const char16_t* text) {
+  PutText(e, text, TextLength(text));
+}
+
 static void PutAscii(Emitter* e, const char* text, uint32_t length) {
   for (uint32_t i = 0; i < length; i++) Put(e, static_cast<char16_t>(text[i]));
 }
@@ -697,18 +701,17 @@ static void PutDate(Emitter* e, const Token* t, const Numbers* n, bool minute) {
       if (count <= 2)
         PutNumber(e, n->day, count);
       else
-        PutText(e, count == 3 ? ShortDayNames[weekday] : DayNames[weekday],
-                TextLength(count == 3 ? ShortDayNames[weekday] : DayNames[weekday]));
+        PutString(e, count == 3 ? ShortDayNames[weekday] : DayNames[weekday]);
       break;
     case u'M':
       if (count <= 2)
         PutNumber(e, minute ? n->minute : n->month, count);
       else if (count == 3)
-        PutText(e, ShortMonthNames[month], TextLength(ShortMonthNames[month]));
+        PutString(e, ShortMonthNames[month]);
       else if (count == 5)
         Put(e, MonthNames[month][0]);
       else
-        PutText(e, MonthNames[month], TextLength(MonthNames[month]));
+        PutString(e, MonthNames[month]);
       break;
     case u'Y':
       if (count <= 2)
@@ -742,7 +745,7 @@ static void PutAmPm(Emitter* e, uint32_t form, bool pm) {
   uint32_t slash = 0;
   while (text[slash] && text[slash] != u'/') slash++;
   if (pm)
-    PutText(e, text + slash + 1, TextLength(text + slash + 1));
+    PutString(e, text + slash + 1);
   else
     PutText(e, text, slash);
 }
