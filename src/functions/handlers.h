@@ -37,6 +37,34 @@ void FnTypeErreur(Value* args, Value* result, const EvalContext* ctx);
 void FnTexte(Value* args, Value* result, const EvalContext* ctx);
 void FnCtxt(Value* args, Value* result, const EvalContext* ctx);
 void FnFranc(Value* args, Value* result, const EvalContext* ctx);
+void FnUsDollar(Value* args, Value* result, const EvalContext* ctx);
+void FnDateString(Value* args, Value* result, const EvalContext* ctx);
+void FnNumberString(Value* args, Value* result, const EvalContext* ctx);
+
+// text.cpp
+void FnTrouve(Value* args, Value* result, const EvalContext* ctx);
+void FnCherche(Value* args, Value* result, const EvalContext* ctx);
+void FnStxt(Value* args, Value* result, const EvalContext* ctx);
+void FnGauche(Value* args, Value* result, const EvalContext* ctx);
+void FnDroite(Value* args, Value* result, const EvalContext* ctx);
+void FnNbCar(Value* args, Value* result, const EvalContext* ctx);
+void FnRemplacer(Value* args, Value* result, const EvalContext* ctx);
+void FnSubstitue(Value* args, Value* result, const EvalContext* ctx);
+void FnConcatener(Value* args, Value* result, const EvalContext* ctx);
+void FnRept(Value* args, Value* result, const EvalContext* ctx);
+void FnMajuscule(Value* args, Value* result, const EvalContext* ctx);
+void FnMinuscule(Value* args, Value* result, const EvalContext* ctx);
+void FnNomPropre(Value* args, Value* result, const EvalContext* ctx);
+void FnSuppreSpace(Value* args, Value* result, const EvalContext* ctx);
+void FnEpurage(Value* args, Value* result, const EvalContext* ctx);
+void FnCode(Value* args, Value* result, const EvalContext* ctx);
+void FnCar(Value* args, Value* result, const EvalContext* ctx);
+void FnExact(Value* args, Value* result, const EvalContext* ctx);
+void FnT(Value* args, Value* result, const EvalContext* ctx);
+void FnCnum(Value* args, Value* result, const EvalContext* ctx);
+void FnAsc(Value* args, Value* result, const EvalContext* ctx);
+void FnDbcs(Value* args, Value* result, const EvalContext* ctx);
+void FnPhonetique(Value* args, Value* result, const EvalContext* ctx);
 
 // math.cpp
 void FnArrondi(Value* args, Value* result, const EvalContext* ctx);

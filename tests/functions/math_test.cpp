@@ -8,39 +8,16 @@
 #include <span>
 #include <vector>
 
-#include "formula/evaluator.h"
-#include "formula/parser.h"
-#include "functions/handler_fixture.h"
+#include "functions/formula_fixture.h"
 #include "functions/handlers.h"
 #include "functions/numeric.h"
 
 namespace {
 
-// Numbers as the sheet shows them, to 15 digits with "." for the decimal point, and arrays as
-// {a,b;c,d}; anything else in the short form of the handler tests.
-std::string Shown(const Value& v) {
-  char number[40];
-  if (v.tag == ValueNumber) {
-    std::snprintf(number, sizeof number, "%.15g", v.number);
-    return number;
-  }
-  if (v.tag != ValueArray) return Show(v);
-  std::string s;
-  for (uint32_t i = 0; i < uint32_t{v.rows} * v.columns; i++)
-    s += (i == 0 ? "" : i % v.columns ? "," : ";") + Shown(v.elements[i]);
-  return "{" + s + "}";
-}
-
-// A function and the calls made of it: the arguments as typed, and the result.
-struct Calls {
-  const char16_t* function;
-  std::vector<std::pair<const char16_t*, const char*>> calls;
-};
-
 // Column A holds one value of each kind with a gap in A9, column B the amounts beside them (10,
 // 20... 110), for SOMME.SI and NB.SI. G1:H3 hold numbers and a text, I1:I2 texts only; D1:D5 a
 // column with a subtotal in D3 and a text, E1 an error.
-struct MathTest : HandlerTest {
+struct MathTest : FormulaTest {
   void SetUp() override {
     Open({});
     const std::pair<const char*, Value> cells[] = {
@@ -63,26 +40,6 @@ struct MathTest : HandlerTest {
               CompileOk);
     ASSERT_TRUE(StoreCell(book, 0, &cell, 0, 0));
     CellAt(&GetSheet(book, 0)->cells, 2, 3)->state = CellDirty;
-  }
-
-  // Compiles and evaluates a formula in U21.
-  std::string Eval(const char16_t* formula) {
-    ParseContext pc{book, 0, 1, 20, 20, 0, 0};
-    FormulaTokens tokens{};
-    if (CompileFormula(&pc, formula, ClassCodeValue, &tokens) != CompileOk) return "not compiled";
-    Value v{};
-    Evaluate(&tokens, &v, &ctx);
-    std::string s = Shown(v);
-    FreeValue(&v);
-    FreeTokens(&tokens);
-    return s;
-  }
-  void ExpectCalls(std::span<const Calls> rows) {
-    for (const Calls& row : rows)
-      for (const auto& [arguments, expected] : row.calls) {
-        std::u16string formula = u"=" + std::u16string(row.function) + u"(" + arguments + u")";
-        EXPECT_EQ(Eval(formula.c_str()), expected) << TextToUtf8(formula.c_str());
-      }
   }
 };
 

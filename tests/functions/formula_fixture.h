@@ -1,0 +1,58 @@
+// Function tests driven by formula text as a user types it (French separators), evaluated in U21
+// of a workbook whose cells the functions read: a printed form of results (numbers to 15 digits
+// with "." for the decimal point, arrays as {a,b;c,d}) and tables of calls per function.
+#pragma once
+#include <cstdio>
+#include <span>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "formula/evaluator.h"
+#include "formula/parser.h"
+#include "functions/handler_fixture.h"
+
+// Numbers as the sheet shows them, to 15 digits with "." for the decimal point, and arrays as
+// {a,b;c,d}; anything else in the short form of the handler tests.
+inline std::string Shown(const Value& v) {
+  char number[40];
+  if (v.tag == ValueNumber) {
+    std::snprintf(number, sizeof number, "%.15g", v.number);
+    return number;
+  }
+  if (v.tag != ValueArray) return Show(v);
+  std::string s;
+  for (uint32_t i = 0; i < uint32_t{v.rows} * v.columns; i++)
+    s += (i == 0 ? "" : i % v.columns ? "," : ";") + Shown(v.elements[i]);
+  return "{" + s + "}";
+}
+
+// A function and the calls made of it: the arguments as typed, and the result.
+struct Calls {
+  const char16_t* function;
+  std::vector<std::pair<const char16_t*, const char*>> calls;
+};
+
+struct FormulaTest : HandlerTest {
+  // Compiles and evaluates a formula in U21, or in the array mode of a block there.
+  std::string Eval(const char16_t* formula, int32_t arrayMode = 0) {
+    ParseContext pc{book, 0, 1, 20, 20, 0, 0};
+    FormulaTokens tokens{};
+    if (CompileFormula(&pc, formula, ClassCodeValue, &tokens) != CompileOk) return "not compiled";
+    Value v{};
+    EvalContext here = ctx;
+    here.arrayMode = arrayMode;
+    Evaluate(&tokens, &v, &here);
+    std::string s = Shown(v);
+    FreeValue(&v);
+    FreeTokens(&tokens);
+    return s;
+  }
+  void ExpectCalls(std::span<const Calls> rows) {
+    for (const Calls& row : rows)
+      for (const auto& [arguments, expected] : row.calls) {
+        std::u16string formula = u"=" + std::u16string(row.function) + u"(" + arguments + u")";
+        EXPECT_EQ(Eval(formula.c_str()), expected) << TextToUtf8(formula.c_str());
+      }
+  }
+};
