@@ -66,6 +66,29 @@ void FnAsc(Value* args, Value* result, const EvalContext* ctx);
 void FnDbcs(Value* args, Value* result, const EvalContext* ctx);
 void FnPhonetique(Value* args, Value* result, const EvalContext* ctx);
 
+// dates.cpp
+void FnAnnee(Value* args, Value* result, const EvalContext* ctx);
+void FnAujourdhui(Value* args, Value* result, const EvalContext* ctx);
+void FnDate(Value* args, Value* result, const EvalContext* ctx);
+void FnDateDif(Value* args, Value* result, const EvalContext* ctx);
+void FnDateVal(Value* args, Value* result, const EvalContext* ctx);
+void FnFinMois(Value* args, Value* result, const EvalContext* ctx);
+void FnFractionAnnee(Value* args, Value* result, const EvalContext* ctx);
+void FnHeure(Value* args, Value* result, const EvalContext* ctx);
+void FnJour(Value* args, Value* result, const EvalContext* ctx);
+void FnJours360(Value* args, Value* result, const EvalContext* ctx);
+void FnJourSem(Value* args, Value* result, const EvalContext* ctx);
+void FnMaintenant(Value* args, Value* result, const EvalContext* ctx);
+void FnMinute(Value* args, Value* result, const EvalContext* ctx);
+void FnMois(Value* args, Value* result, const EvalContext* ctx);
+void FnMoisDecaler(Value* args, Value* result, const EvalContext* ctx);
+void FnNbJoursOuvres(Value* args, Value* result, const EvalContext* ctx);
+void FnNoSemaine(Value* args, Value* result, const EvalContext* ctx);
+void FnSeconde(Value* args, Value* result, const EvalContext* ctx);
+void FnSerieJourOuvre(Value* args, Value* result, const EvalContext* ctx);
+void FnTemps(Value* args, Value* result, const EvalContext* ctx);
+void FnTempsVal(Value* args, Value* result, const EvalContext* ctx);
+
 // math.cpp
 void FnArrondi(Value* args, Value* result, const EvalContext* ctx);
 void FnArrondiInf(Value* args, Value* result, const EvalContext* ctx);
