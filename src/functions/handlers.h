@@ -89,6 +89,25 @@ void FnSerieJourOuvre(Value* args, Value* result, const EvalContext* ctx);
 void FnTemps(Value* args, Value* result, const EvalContext* ctx);
 void FnTempsVal(Value* args, Value* result, const EvalContext* ctx);
 
+// lookup.cpp
+void FnAdresse(Value* args, Value* result, const EvalContext* ctx);
+void FnChoisir(Value* args, Value* result, const EvalContext* ctx);
+void FnColonne(Value* args, Value* result, const EvalContext* ctx);
+void FnColonnes(Value* args, Value* result, const EvalContext* ctx);
+void FnDecaler(Value* args, Value* result, const EvalContext* ctx);
+void FnEquiv(Value* args, Value* result, const EvalContext* ctx);
+void FnIndex(Value* args, Value* result, const EvalContext* ctx);
+void FnIndirect(Value* args, Value* result, const EvalContext* ctx);
+void FnLienHypertexte(Value* args, Value* result, const EvalContext* ctx);
+void FnLigne(Value* args, Value* result, const EvalContext* ctx);
+void FnLignes(Value* args, Value* result, const EvalContext* ctx);
+void FnRecherche(Value* args, Value* result, const EvalContext* ctx);
+void FnRechercheH(Value* args, Value* result, const EvalContext* ctx);
+void FnRechercheV(Value* args, Value* result, const EvalContext* ctx);
+void FnTranspose(Value* args, Value* result, const EvalContext* ctx);
+void FnZones(Value* args, Value* result, const EvalContext* ctx);
+void FnGetPivotData(Value* args, Value* result, const EvalContext* ctx);
+
 // math.cpp
 void FnArrondi(Value* args, Value* result, const EvalContext* ctx);
 void FnArrondiInf(Value* args, Value* result, const EvalContext* ctx);

@@ -34,7 +34,7 @@ struct Calls {
 };
 
 struct FormulaTest : HandlerTest {
-  // Compiles and evaluates a formula in U21, or in the array mode of a block there.
+  // Compiles and evaluates a formula in U21, or in array mode there.
   std::string Eval(const char16_t* formula, int32_t arrayMode = 0) {
     ParseContext pc{book, 0, 1, 20, 20, 0, 0};
     FormulaTokens tokens{};
@@ -43,6 +43,8 @@ struct FormulaTest : HandlerTest {
     EvalContext here = ctx;
     here.arrayMode = arrayMode;
     Evaluate(&tokens, &v, &here);
+    // A reference left as the result reads as the cell would read it.
+    if (v.tag == ValueRef || v.tag == ValueRefList) ImplicitIntersect(&v, &here);
     std::string s = Shown(v);
     FreeValue(&v);
     FreeTokens(&tokens);
