@@ -39,18 +39,6 @@ int DayArg(Value* a, Value* result, const EvalContext* ctx, int32_t* out) {
   return 1;
 }
 
-// A whole-number argument; `fallback` when the slot is empty.
-int IntArg(Value* a, Value* result, const EvalContext* ctx, int32_t fallback, int32_t* out) {
-  if (a->tag == ValueEmpty) {
-    *out = fallback;
-    return 1;
-  }
-  double d;
-  if (!NumberFromArg(a, result, ctx, &d)) return 0;
-  *out = TruncateToInt32(d);
-  return 1;
-}
-
 // A day of the 1900 system as the result, in the workbook's system.
 void DayResult(int64_t day, Value* result, const EvalContext* ctx) {
   int64_t serial = day - Offset(ctx);
@@ -171,8 +159,9 @@ bool IsHoliday(const Holidays* h, int64_t day) {
 
 void FnDate(Value* args, Value* result, const EvalContext* ctx) {
   int32_t year, month, day;
-  if (!IntArg(&args[0], result, ctx, 0, &year) || !IntArg(&args[1], result, ctx, 0, &month) ||
-      !IntArg(&args[2], result, ctx, 0, &day))
+  if (!IntegerFromArg(&args[0], result, ctx, 0, &year) ||
+      !IntegerFromArg(&args[1], result, ctx, 0, &month) ||
+      !IntegerFromArg(&args[2], result, ctx, 0, &day))
     return;
   if (year < 1900) year += 1900;
   if (year < 1900 || year > 9999) {
@@ -214,8 +203,9 @@ void FnSeconde(Value* args, Value* result, const EvalContext* ctx) {
 
 void FnTemps(Value* args, Value* result, const EvalContext* ctx) {
   int32_t h, m, s;
-  if (!IntArg(&args[0], result, ctx, 0, &h) || !IntArg(&args[1], result, ctx, 0, &m) ||
-      !IntArg(&args[2], result, ctx, 0, &s))
+  if (!IntegerFromArg(&args[0], result, ctx, 0, &h) ||
+      !IntegerFromArg(&args[1], result, ctx, 0, &m) ||
+      !IntegerFromArg(&args[2], result, ctx, 0, &s))
     return;
   double t = TimeToFraction(h, m, s);
   if (t < 0) {
@@ -240,13 +230,10 @@ void FnMaintenant(Value*, Value* result, const EvalContext* ctx) {
 }
 
 void FnDateVal(Value* args, Value* result, const EvalContext* ctx) {
-  if (args[0].tag != ValueError) CoerceValue(&args[0], ValueText, ctx);
-  if (args[0].tag != ValueText) {
-    *result = args[0].tag == ValueError ? args[0] : ErrorValue(ErrValue);
-    return;
-  }
+  const char16_t* text;
+  if (!TextFromArg(&args[0], result, ctx, &text)) return;
   double serial;
-  if (!ParseDateText(args[0].text, Offset(ctx) != 0, &serial)) {
+  if (!ParseDateText(text, Offset(ctx) != 0, &serial)) {
     *result = ErrorValue(ErrValue);
     return;
   }
@@ -254,15 +241,11 @@ void FnDateVal(Value* args, Value* result, const EvalContext* ctx) {
 }
 
 void FnTempsVal(Value* args, Value* result, const EvalContext* ctx) {
-  if (args[0].tag != ValueError) CoerceValue(&args[0], ValueText, ctx);
-  if (args[0].tag != ValueText) {
-    *result = args[0].tag == ValueError ? args[0] : ErrorValue(ErrValue);
-    return;
-  }
+  const char16_t* text;
+  if (!TextFromArg(&args[0], result, ctx, &text)) return;
   // A date with a time behind it gives its time.
   double value;
-  if (!ParseTimeText(args[0].text, &value, nullptr) &&
-      !ParseDateText(args[0].text, Offset(ctx) != 0, &value)) {
+  if (!ParseTimeText(text, &value, nullptr) && !ParseDateText(text, Offset(ctx) != 0, &value)) {
     *result = ErrorValue(ErrValue);
     return;
   }
@@ -271,7 +254,8 @@ void FnTempsVal(Value* args, Value* result, const EvalContext* ctx) {
 
 void FnJourSem(Value* args, Value* result, const EvalContext* ctx) {
   int32_t day, type;
-  if (!DayArg(&args[0], result, ctx, &day) || !IntArg(&args[1], result, ctx, 1, &type)) return;
+  if (!DayArg(&args[0], result, ctx, &day) || !IntegerFromArg(&args[1], result, ctx, 1, &type))
+    return;
   int32_t sunday1 = SerialWeekday(day);
   int32_t monday0 = (sunday1 + 5) % 7;
   *result = NumberValue(type == 2 ? monday0 + 1 : type == 3 ? monday0 : sunday1);
@@ -280,26 +264,17 @@ void FnJourSem(Value* args, Value* result, const EvalContext* ctx) {
 void FnJours360(Value* args, Value* result, const EvalContext* ctx) {
   int32_t start, end;
   if (!DayArg(&args[0], result, ctx, &start) || !DayArg(&args[1], result, ctx, &end)) return;
-  bool european = false;
-  if (args[2].tag != ValueEmpty) {
-    CoerceValue(&args[2], ValueBoolean, ctx);
-    if (args[2].tag != ValueBoolean) {
-      *result = args[2].tag == ValueError ? args[2] : ErrorValue(ErrValue);
-      return;
-    }
-    european = args[2].boolean != 0;
-  }
-  *result = NumberValue(Days360(start, end, european));
+  bool european;
+  if (BooleanFromArg(&args[2], result, ctx, false, &european))
+    *result = NumberValue(Days360(start, end, european));
 }
 
 void FnDateDif(Value* args, Value* result, const EvalContext* ctx) {
   int32_t first, second;
-  if (!DayArg(&args[0], result, ctx, &first) || !DayArg(&args[1], result, ctx, &second)) return;
-  if (args[2].tag != ValueError) CoerceValue(&args[2], ValueText, ctx);
-  if (args[2].tag != ValueText) {
-    *result = args[2].tag == ValueError ? args[2] : ErrorValue(ErrValue);
+  const char16_t* unit;
+  if (!DayArg(&args[0], result, ctx, &first) || !DayArg(&args[1], result, ctx, &second) ||
+      !TextFromArg(&args[2], result, ctx, &unit))
     return;
-  }
   if (first > second) {
     *result = ErrorValue(ErrNum);
     return;
@@ -308,7 +283,6 @@ void FnDateDif(Value* args, Value* result, const EvalContext* ctx) {
   SerialToDate(first, &y1, &m1, &d1);
   SerialToDate(second, &y2, &m2, &d2);
   int32_t months = (y2 - y1) * 12 - m1 + m2 - (d2 < d1 ? 1 : 0);
-  const char16_t* unit = args[2].text;
   double value;
   if (EqualTextNoCase(unit, u"y")) {
     value = y2 - y1 - ((m2 < m1 || (m2 == m1 && d2 < d1)) ? 1 : 0);
@@ -338,7 +312,8 @@ void FnDateDif(Value* args, Value* result, const EvalContext* ctx) {
 
 void FnFinMois(Value* args, Value* result, const EvalContext* ctx) {
   int32_t day, months, y, m, d;
-  if (!DayArg(&args[0], result, ctx, &day) || !IntArg(&args[1], result, ctx, 0, &months)) return;
+  if (!DayArg(&args[0], result, ctx, &day) || !IntegerFromArg(&args[1], result, ctx, 0, &months))
+    return;
   SerialToDate(day, &y, &m, &d);
   AddMonths(&y, &m, months);
   if (y < 1900 || y > 9999) {
@@ -350,7 +325,8 @@ void FnFinMois(Value* args, Value* result, const EvalContext* ctx) {
 
 void FnMoisDecaler(Value* args, Value* result, const EvalContext* ctx) {
   int32_t day, months, y, m, d;
-  if (!DayArg(&args[0], result, ctx, &day) || !IntArg(&args[1], result, ctx, 0, &months)) return;
+  if (!DayArg(&args[0], result, ctx, &day) || !IntegerFromArg(&args[1], result, ctx, 0, &months))
+    return;
   SerialToDate(day, &y, &m, &d);
   AddMonths(&y, &m, months);
   if (y < 1900 || y > 9999) {
@@ -363,7 +339,8 @@ void FnMoisDecaler(Value* args, Value* result, const EvalContext* ctx) {
 
 void FnNoSemaine(Value* args, Value* result, const EvalContext* ctx) {
   int32_t day, type, y, m, d;
-  if (!DayArg(&args[0], result, ctx, &day) || !IntArg(&args[1], result, ctx, 1, &type)) return;
+  if (!DayArg(&args[0], result, ctx, &day) || !IntegerFromArg(&args[1], result, ctx, 1, &type))
+    return;
   if (type != 1 && type != 2) {
     *result = ErrorValue(ErrNum);
     return;
@@ -394,7 +371,7 @@ void FnNbJoursOuvres(Value* args, Value* result, const EvalContext* ctx) {
 void FnSerieJourOuvre(Value* args, Value* result, const EvalContext* ctx) {
   int32_t start, steps;
   Holidays holidays{};
-  if (!DayArg(&args[0], result, ctx, &start) || !IntArg(&args[1], result, ctx, 0, &steps) ||
+  if (!DayArg(&args[0], result, ctx, &start) || !IntegerFromArg(&args[1], result, ctx, 0, &steps) ||
       !GatherHolidays(&args[2], result, ctx, &holidays))
     return;
   int64_t day = start;
@@ -413,7 +390,7 @@ void FnSerieJourOuvre(Value* args, Value* result, const EvalContext* ctx) {
 void FnFractionAnnee(Value* args, Value* result, const EvalContext* ctx) {
   int32_t start, end, basis;
   if (!DayArg(&args[0], result, ctx, &start) || !DayArg(&args[1], result, ctx, &end) ||
-      !IntArg(&args[2], result, ctx, 0, &basis))
+      !IntegerFromArg(&args[2], result, ctx, 0, &basis))
     return;
   if (start > end) {
     int32_t swap = start;

@@ -171,15 +171,8 @@ void TableLookup(Value* args, Value* result, const EvalContext* ctx, bool across
   if (!KeyArg(&args[0], result, ctx) || !MakeGrid(&args[1], result, ctx, &g) ||
       !NumberFromArg(&args[2], result, ctx, &index))
     return;
-  bool approximate = true;
-  if (args[3].tag != ValueEmpty) {
-    CoerceValue(&args[3], ValueBoolean, ctx);
-    if (args[3].tag != ValueBoolean) {
-      *result = args[3].tag == ValueError ? args[3] : ErrorValue(ErrValue);
-      return;
-    }
-    approximate = args[3].boolean != 0;
-  }
+  bool approximate;
+  if (!BooleanFromArg(&args[3], result, ctx, true, &approximate)) return;
   int32_t offset = TruncateToInt32(index);
   uint32_t lines = across ? g.columns : g.rows, width = across ? g.rows : g.columns;
   if (offset < 1) {
@@ -212,16 +205,6 @@ void TableLookup(Value* args, Value* result, const EvalContext* ctx, bool across
     return;
   }
   CopyResult(LineAt(&g, across, static_cast<uint32_t>(offset) - 1, match), result);
-}
-
-// An index argument of INDEX: 0 when left out.
-int IndexArg(Value* a, Value* result, const EvalContext* ctx, int32_t* out) {
-  *out = 0;
-  if (a->tag == ValueEmpty) return 1;
-  double d;
-  if (!NumberFromArg(a, result, ctx, &d)) return 0;
-  *out = TruncateToInt32(d);
-  return 1;
 }
 
 // Picks a row, a column, a cell or everything of a block of `rows` by `columns`: the chosen rows
@@ -391,8 +374,9 @@ void FnIndex(Value* args, Value* result, const EvalContext* ctx) {
     return;
   }
   int32_t row, column, zone;
-  if (!IndexArg(&args[1], result, ctx, &row) || !IndexArg(&args[2], result, ctx, &column) ||
-      !IndexArg(&args[3], result, ctx, &zone))
+  if (!IntegerFromArg(&args[1], result, ctx, 0, &row) ||
+      !IntegerFromArg(&args[2], result, ctx, 0, &column) ||
+      !IntegerFromArg(&args[3], result, ctx, 0, &zone))
     return;
   bool columnGiven = args[2].tag != ValueEmpty;
   uint32_t firstRow, lastRow, firstCol, lastCol;
@@ -491,20 +475,11 @@ void FnDecaler(Value* args, Value* result, const EvalContext* ctx) {
 
 void FnIndirect(Value* args, Value* result, const EvalContext* ctx) {
   ReduceToScalar(&args[0], ctx);
-  if (args[0].tag != ValueError) CoerceValue(&args[0], ValueText, ctx);
-  if (args[0].tag != ValueText) {
-    *result = args[0].tag == ValueError ? args[0] : ErrorValue(ErrValue);
+  const char16_t* unused;
+  bool a1Style;
+  if (!TextFromArg(&args[0], result, ctx, &unused) ||
+      !BooleanFromArg(&args[1], result, ctx, true, &a1Style))
     return;
-  }
-  int a1Style = 1;
-  if (args[1].tag != ValueEmpty) {
-    CoerceValue(&args[1], ValueBoolean, ctx);
-    if (args[1].tag != ValueBoolean) {
-      *result = args[1].tag == ValueError ? args[1] : ErrorValue(ErrValue);
-      return;
-    }
-    a1Style = args[1].boolean != 0;
-  }
   // The conversion takes over the text.
   char16_t* text = args[0].text;
   args[0] = Value{};
@@ -517,24 +492,11 @@ void FnAdresse(Value* args, Value* result, const EvalContext* ctx) {
       !NumberFromArg(&args[1], result, ctx, &colArg) ||
       (args[2].tag != ValueEmpty && !NumberFromArg(&args[2], result, ctx, &kindArg)))
     return;
-  bool a1 = true;
-  if (args[3].tag != ValueEmpty) {
-    CoerceValue(&args[3], ValueBoolean, ctx);
-    if (args[3].tag != ValueBoolean) {
-      *result = args[3].tag == ValueError ? args[3] : ErrorValue(ErrValue);
-      return;
-    }
-    a1 = args[3].boolean != 0;
-  }
+  bool a1;
   const char16_t* sheet = nullptr;
-  if (args[4].tag != ValueEmpty) {
-    if (args[4].tag != ValueError) CoerceValue(&args[4], ValueText, ctx);
-    if (args[4].tag != ValueText) {
-      *result = args[4].tag == ValueError ? args[4] : ErrorValue(ErrValue);
-      return;
-    }
-    sheet = args[4].text ? args[4].text : u"";
-  }
+  if (!BooleanFromArg(&args[3], result, ctx, true, &a1) ||
+      (args[4].tag != ValueEmpty && !TextFromArg(&args[4], result, ctx, &sheet)))
+    return;
   int32_t row = TruncateToInt32(rowArg), column = TruncateToInt32(colArg);
   int32_t kind = TruncateToInt32(kindArg);
   if (row < 1 || row > static_cast<int32_t>(MaxRow) + 1 || column < 1 ||
@@ -644,11 +606,8 @@ void FnLienHypertexte(Value* args, Value* result, const EvalContext* ctx) {
   // Following the link is the sheet's business when the cell is clicked; the formula shows the
   // friendly name when there is one, the link's text otherwise.
   ReduceToScalar(&args[0], ctx);
-  if (args[0].tag != ValueError) CoerceValue(&args[0], ValueText, ctx);
-  if (args[0].tag != ValueText) {
-    *result = args[0].tag == ValueError ? args[0] : ErrorValue(ErrValue);
-    return;
-  }
+  const char16_t* link;
+  if (!TextFromArg(&args[0], result, ctx, &link)) return;
   Value* shown = &args[0];
   if (args[1].tag != ValueEmpty) {
     ReduceToScalar(&args[1], ctx);

@@ -18,30 +18,6 @@
 
 namespace {
 
-// The standard prologue for a text argument. Returns 0 with the error in `result` otherwise.
-int TextArg(Value* a, Value* result, const EvalContext* ctx, const char16_t** out) {
-  // An error would otherwise become its own text.
-  if (a->tag != ValueError) CoerceValue(a, ValueText, ctx);
-  if (a->tag != ValueText) {
-    *result = a->tag == ValueError ? *a : ErrorValue(ErrValue);
-    return 0;
-  }
-  *out = a->text ? a->text : u"";
-  return 1;
-}
-
-// A count or position: the number cut to a 32-bit integer; `fallback` when the slot is empty.
-int CountArg(Value* a, Value* result, const EvalContext* ctx, int32_t fallback, int32_t* out) {
-  if (a->tag == ValueEmpty) {
-    *out = fallback;
-    return 1;
-  }
-  double d;
-  if (!NumberFromArg(a, result, ctx, &d)) return 0;
-  *out = TruncateToInt32(d);
-  return 1;
-}
-
 // Takes over a heap text as the result; a null text means memory ran out.
 void OwnedResult(char16_t* text, Value* result) {
   *result = text ? TextValue(text) : ErrorValue(ErrNA);
@@ -76,8 +52,8 @@ bool ExactAt(const char16_t* text, uint32_t at, const char16_t* find, uint32_t f
 int SearchArgs(Value* args, Value* result, const EvalContext* ctx, const char16_t** find,
                const char16_t** text, uint32_t* start) {
   int32_t from;
-  if (!TextArg(&args[0], result, ctx, find) || !TextArg(&args[1], result, ctx, text) ||
-      !CountArg(&args[2], result, ctx, 1, &from))
+  if (!TextFromArg(&args[0], result, ctx, find) || !TextFromArg(&args[1], result, ctx, text) ||
+      !IntegerFromArg(&args[2], result, ctx, 1, &from))
     return 0;
   if (from < 1 || static_cast<uint32_t>(from) > TextLength(*text)) {
     *result = ErrorValue(ErrValue);
@@ -87,9 +63,25 @@ int SearchArgs(Value* args, Value* result, const EvalContext* ctx, const char16_
   return 1;
 }
 
+// GAUCHE and DROITE: the count, 1 when left out, taken from the start or the end.
+void TextEnd(Value* args, Value* result, const EvalContext* ctx, bool fromEnd) {
+  const char16_t* text;
+  int32_t count;
+  if (!TextFromArg(&args[0], result, ctx, &text) ||
+      !IntegerFromArg(&args[1], result, ctx, 1, &count))
+    return;
+  if (count < 0) {
+    *result = ErrorValue(ErrValue);
+    return;
+  }
+  uint32_t length = TextLength(text);
+  uint32_t take = static_cast<uint32_t>(count) < length ? count : length;
+  PieceResult(fromEnd ? text + length - take : text, take, result);
+}
+
 // A character with an upper and a lower form counts as a letter for NOMPROPRE.
 bool IsCasedLetter(char16_t c) {
-  return UpperCase(c) != FoldCase(c) || UpperCase(c) != c;
+  return UpperCase(c) != FoldCase(c);
 }
 
 bool IsControl(char16_t c) {
@@ -99,7 +91,7 @@ bool IsControl(char16_t c) {
 // Maps each character of the text through `map` into a new text.
 void MapCharacters(Value* args, Value* result, const EvalContext* ctx, char16_t (*map)(char16_t)) {
   const char16_t* text;
-  if (!TextArg(&args[0], result, ctx, &text)) return;
+  if (!TextFromArg(&args[0], result, ctx, &text)) return;
   char16_t* out = TextDuplicate(text);
   if (out)
     for (char16_t* p = out; *p; p++) *p = map(*p);
@@ -176,8 +168,9 @@ void FnCherche(Value* args, Value* result, const EvalContext* ctx) {
 void FnStxt(Value* args, Value* result, const EvalContext* ctx) {
   const char16_t* text;
   int32_t start, count;
-  if (!TextArg(&args[0], result, ctx, &text) || !CountArg(&args[1], result, ctx, 0, &start) ||
-      !CountArg(&args[2], result, ctx, 0, &count))
+  if (!TextFromArg(&args[0], result, ctx, &text) ||
+      !IntegerFromArg(&args[1], result, ctx, 0, &start) ||
+      !IntegerFromArg(&args[2], result, ctx, 0, &count))
     return;
   if (start < 1 || count < 0) {
     *result = ErrorValue(ErrValue);
@@ -193,40 +186,25 @@ void FnStxt(Value* args, Value* result, const EvalContext* ctx) {
 }
 
 void FnGauche(Value* args, Value* result, const EvalContext* ctx) {
-  const char16_t* text;
-  int32_t count;
-  if (!TextArg(&args[0], result, ctx, &text) || !CountArg(&args[1], result, ctx, 1, &count)) return;
-  if (count < 0) {
-    *result = ErrorValue(ErrValue);
-    return;
-  }
-  uint32_t length = TextLength(text);
-  PieceResult(text, static_cast<uint32_t>(count) < length ? count : length, result);
+  TextEnd(args, result, ctx, false);
 }
 
 void FnDroite(Value* args, Value* result, const EvalContext* ctx) {
-  const char16_t* text;
-  int32_t count;
-  if (!TextArg(&args[0], result, ctx, &text) || !CountArg(&args[1], result, ctx, 1, &count)) return;
-  if (count < 0) {
-    *result = ErrorValue(ErrValue);
-    return;
-  }
-  uint32_t length = TextLength(text);
-  uint32_t take = static_cast<uint32_t>(count) < length ? count : length;
-  PieceResult(text + length - take, take, result);
+  TextEnd(args, result, ctx, true);
 }
 
 void FnNbCar(Value* args, Value* result, const EvalContext* ctx) {
   const char16_t* text;
-  if (TextArg(&args[0], result, ctx, &text)) *result = NumberValue(TextLength(text));
+  if (TextFromArg(&args[0], result, ctx, &text)) *result = NumberValue(TextLength(text));
 }
 
 void FnRemplacer(Value* args, Value* result, const EvalContext* ctx) {
   const char16_t *text, *with;
   int32_t start, count;
-  if (!TextArg(&args[0], result, ctx, &text) || !CountArg(&args[1], result, ctx, 0, &start) ||
-      !CountArg(&args[2], result, ctx, 0, &count) || !TextArg(&args[3], result, ctx, &with))
+  if (!TextFromArg(&args[0], result, ctx, &text) ||
+      !IntegerFromArg(&args[1], result, ctx, 0, &start) ||
+      !IntegerFromArg(&args[2], result, ctx, 0, &count) ||
+      !TextFromArg(&args[3], result, ctx, &with))
     return;
   if (start < 1 || count < 0) {
     *result = ErrorValue(ErrValue);
@@ -241,8 +219,9 @@ void FnRemplacer(Value* args, Value* result, const EvalContext* ctx) {
 void FnSubstitue(Value* args, Value* result, const EvalContext* ctx) {
   const char16_t *text, *old, *with;
   int32_t instance;
-  if (!TextArg(&args[0], result, ctx, &text) || !TextArg(&args[1], result, ctx, &old) ||
-      !TextArg(&args[2], result, ctx, &with) || !CountArg(&args[3], result, ctx, 0, &instance))
+  if (!TextFromArg(&args[0], result, ctx, &text) || !TextFromArg(&args[1], result, ctx, &old) ||
+      !TextFromArg(&args[2], result, ctx, &with) ||
+      !IntegerFromArg(&args[3], result, ctx, 0, &instance))
     return;
   uint32_t length = TextLength(text), oldLength = TextLength(old), withLength = TextLength(with);
   if (oldLength == 0) {
@@ -289,7 +268,7 @@ void FnConcatener(Value* args, Value* result, const EvalContext* ctx) {
   for (int i = 0; i < FunctionFrameSize; i++) {
     if (args[i].tag == ValueEmpty) continue;
     const char16_t* text;
-    if (!TextArg(&args[i], result, ctx, &text)) return;
+    if (!TextFromArg(&args[i], result, ctx, &text)) return;
     total += TextLength(text);
   }
   auto* out = static_cast<char16_t*>(Allocate((total + 1) * sizeof(char16_t)));
@@ -308,7 +287,9 @@ void FnConcatener(Value* args, Value* result, const EvalContext* ctx) {
 void FnRept(Value* args, Value* result, const EvalContext* ctx) {
   const char16_t* text;
   int32_t count;
-  if (!TextArg(&args[0], result, ctx, &text) || !CountArg(&args[1], result, ctx, 0, &count)) return;
+  if (!TextFromArg(&args[0], result, ctx, &text) ||
+      !IntegerFromArg(&args[1], result, ctx, 0, &count))
+    return;
   uint32_t length = TextLength(text);
   if (count < 0 || uint64_t{length} * static_cast<uint32_t>(count) > MaxRepeatedLength) {
     *result = ErrorValue(ErrValue);
@@ -335,7 +316,7 @@ void FnMinuscule(Value* args, Value* result, const EvalContext* ctx) {
 
 void FnNomPropre(Value* args, Value* result, const EvalContext* ctx) {
   const char16_t* text;
-  if (!TextArg(&args[0], result, ctx, &text)) return;
+  if (!TextFromArg(&args[0], result, ctx, &text)) return;
   char16_t* out = TextDuplicate(text);
   bool afterLetter = false;
   for (char16_t* p = out; p && *p; p++) {
@@ -348,7 +329,7 @@ void FnNomPropre(Value* args, Value* result, const EvalContext* ctx) {
 
 void FnSuppreSpace(Value* args, Value* result, const EvalContext* ctx) {
   const char16_t* text;
-  if (!TextArg(&args[0], result, ctx, &text)) return;
+  if (!TextFromArg(&args[0], result, ctx, &text)) return;
   char16_t* out = TextDuplicate(text);
   if (out) {
     uint32_t written = 0;
@@ -369,7 +350,7 @@ void FnSuppreSpace(Value* args, Value* result, const EvalContext* ctx) {
 
 void FnEpurage(Value* args, Value* result, const EvalContext* ctx) {
   const char16_t* text;
-  if (!TextArg(&args[0], result, ctx, &text)) return;
+  if (!TextFromArg(&args[0], result, ctx, &text)) return;
   char16_t* out = TextDuplicate(text);
   if (out) {
     uint32_t written = 0;
@@ -382,13 +363,13 @@ void FnEpurage(Value* args, Value* result, const EvalContext* ctx) {
 
 void FnCode(Value* args, Value* result, const EvalContext* ctx) {
   const char16_t* text;
-  if (!TextArg(&args[0], result, ctx, &text)) return;
+  if (!TextFromArg(&args[0], result, ctx, &text)) return;
   *result = text[0] ? NumberValue(text[0]) : ErrorValue(ErrValue);
 }
 
 void FnCar(Value* args, Value* result, const EvalContext* ctx) {
   int32_t code;
-  if (!CountArg(&args[0], result, ctx, 0, &code)) return;
+  if (!IntegerFromArg(&args[0], result, ctx, 0, &code)) return;
   if (code < 1 || code > 255) {
     *result = ErrorValue(ErrValue);
     return;
@@ -399,7 +380,7 @@ void FnCar(Value* args, Value* result, const EvalContext* ctx) {
 
 void FnExact(Value* args, Value* result, const EvalContext* ctx) {
   const char16_t *a, *b;
-  if (TextArg(&args[0], result, ctx, &a) && TextArg(&args[1], result, ctx, &b))
+  if (TextFromArg(&args[0], result, ctx, &a) && TextFromArg(&args[1], result, ctx, &b))
     *result = BooleanValue(CompareText(a, b) == 0);
 }
 
@@ -420,7 +401,7 @@ void FnCnum(Value* args, Value* result, const EvalContext* ctx) {
     return;
   }
   const char16_t* text;
-  if (!TextArg(&args[0], result, ctx, &text)) return;
+  if (!TextFromArg(&args[0], result, ctx, &text)) return;
   int date1904 = ctx->book < App.workbookCount ? GetWorkbook(ctx->book)->date1904 : 0;
   TextToValue(&args[0], date1904);
   *result = args[0].tag == ValueNumber ? args[0] : ErrorValue(ErrValue);
