@@ -341,14 +341,27 @@ void FnNoSemaine(Value* args, Value* result, const EvalContext* ctx) {
   int32_t day, type, y, m, d;
   if (!DayArg(&args[0], result, ctx, &day) || !IntegerFromArg(&args[1], result, ctx, 1, &type))
     return;
-  if (type != 1 && type != 2) {
+  if (type == 21) {
+    // The ISO week: the one holding the week's Thursday, counted in that Thursday's year.
+    int32_t thursday = day - (SerialWeekday(day) + 5) % 7 + 3;
+    SerialToDate(thursday, &y, &m, &d);
+    *result = NumberValue((thursday - DateToSerial(y, 1, 1)) / 7 + 1);
+    return;
+  }
+  // The week holding 1 January is week 1. Types 1 and 2 start weeks on Sunday and Monday; the
+  // later types 11 to 17 on each day from Monday to Sunday.
+  int32_t start = type == 1                  ? 1
+                  : type == 2                ? 2
+                  : type >= 11 && type <= 16 ? type - 9
+                  : type == 17               ? 1
+                                             : 0;
+  if (!start) {
     *result = ErrorValue(ErrNum);
     return;
   }
   SerialToDate(day, &y, &m, &d);
   int32_t newYear = DateToSerial(y, 1, 1);
-  // The week holding 1 January is week 1; weeks start on Sunday (type 1) or Monday (type 2).
-  int32_t lead = (SerialWeekday(newYear) - type + 7) % 7;
+  int32_t lead = (SerialWeekday(newYear) - start + 7) % 7;
   *result = NumberValue((day - newYear + lead) / 7 + 1);
 }
 

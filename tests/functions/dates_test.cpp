@@ -49,7 +49,11 @@ TEST_F(DatesTest, WeekdaysAndDayCounts) {
       {u"JOURS360", {{u"DATE(2000;3;31);DATE(2000;1;1)", "-89"}}},
       {u"NO.SEMAINE", {{u"DATE(2024;1;6)", "1"}, {u"DATE(2024;1;7)", "2"}}},
       {u"NO.SEMAINE", {{u"DATE(2023;1;1);2", "1"}, {u"DATE(2023;1;2);2", "2"}}},
-      {u"NO.SEMAINE", {{u"DATE(2024;12;31)", "53"}, {u"1;3", "#NUM!"}}},
+      {u"NO.SEMAINE", {{u"DATE(2024;12;31)", "53"}, {u"1;3", "#NUM!"}, {u"1;18", "#NUM!"}}},
+      // Tuesday starts (12), and the ISO week (21) across the turn of the year.
+      {u"NO.SEMAINE", {{u"DATE(2024;1;9);12", "3"}, {u"DATE(2024;1;8);12", "2"}}},
+      {u"NO.SEMAINE", {{u"DATE(2021;1;3);21", "53"}, {u"DATE(2024;12;30);21", "1"}}},
+      {u"NO.SEMAINE", {{u"DATE(2024;1;1);21", "1"}, {u"DATE(2024;1;7);21", "1"}}},
   };
   ExpectCalls(rows);
 }
