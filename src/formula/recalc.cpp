@@ -691,6 +691,20 @@ void RecalculateWorkbook() {
 
 // The text of a value in the General style: booleans and errors by name, numbers in 15
 // significant digits. The number format engine takes over here once it exists.
+// A number with no text under its format (a date outside the calendar) shows as "#" across the
+// cell's width, or as one "#" where no width is known.
+static char16_t* HashFill(const TextMeasure* measure, int32_t availableWidth) {
+  int32_t each = measure ? measure->width(measure, u"#", 1) : 0;
+  uint32_t count =
+      each > 0 && availableWidth > each ? static_cast<uint32_t>(availableWidth / each) : 1;
+  if (count > FormatOutputCapacity - 1) count = FormatOutputCapacity - 1;
+  auto* text = static_cast<char16_t*>(Allocate((count + 1) * sizeof(char16_t)));
+  if (!text) return nullptr;
+  for (uint32_t i = 0; i < count; i++) text[i] = u'#';
+  text[count] = 0;
+  return text;
+}
+
 // The text a cell shows. Texts show as they are, booleans and errors by their names, and numbers
 // through the cell's number format.
 static char16_t* DisplayText(uint32_t book, uint32_t sheet, Cell* cell, const TextMeasure* measure,
@@ -701,6 +715,8 @@ static char16_t* DisplayText(uint32_t book, uint32_t sheet, Cell* cell, const Te
   if (cell->value.tag == ValueNumber) {
     uint8_t color = FormatNoColor;
     const char16_t* code = FormatCodeAt(book, xf ? xf->numberFormat : 0);
+    if (FormatOutsideCalendar(cell->value.number, code, wb->date1904))
+      return HashFill(measure, availableWidth);
     const char16_t* text =
         FormatNumber(cell->value.number, code, wb->date1904, measure, availableWidth, &color);
     if (color != FormatNoColor) cell->textColor = color;
