@@ -7,7 +7,7 @@
 namespace {
 
 // A1:C5 a table sorted on its first column with a text key, a boolean and a blank (C4); E1:E4
-// keys in no order; G1:G3 texts. Sheet 1 holds a number in A1 for the references across sheets.
+// keys in no order with a formula below them; G1:G3 texts. Sheet 1 holds a number in A1 for the references across sheets.
 struct LookupTest : FormulaTest {
   void SetUp() override {
     Open({SheetWorksheet});
@@ -22,6 +22,14 @@ struct LookupTest : FormulaTest {
         {"A65536", NumberValue(99)}};
     for (const auto& [at, value] : cells) Put(0, at, value);
     Put(1, "A1", NumberValue(42));
+    // E5 holds =E1*10, left dirty: a lookup that reads it calculates it first.
+    ParseContext pc{book, 0, 1, 4, 4, 0, 0};
+    Cell cell{};
+    cell.row = 4;
+    cell.col = 4;
+    ASSERT_EQ(CompileFormula(&pc, u"=E1*10", ClassCodeValue, &cell.formula), CompileOk);
+    ASSERT_TRUE(StoreCell(book, 0, &cell, 0, 0));
+    CellAt(&GetSheet(book, 0)->cells, 4, 4)->state = CellDirty;
   }
 };
 
@@ -58,7 +66,7 @@ TEST_F(LookupTest, EquivAndRecherche) {
       {u"EQUIV", {{u"6;{9;7;5;1};-1", "2"}, {u"10;{9;7};-1", "#N/A"}, {u"5;{9;7;5;1};-1", "3"}}},
       // Unsorted: the walk stops at the first element above the value.
       {u"EQUIV", {{u"2;E1:E4;0", "2"}, {u"8;E1:E4", "2"}, {u"VRAI;A1:A5;0", "5"}}},
-      {u"EQUIV", {{u"1;A1:A3;1/0", "#DIV/0!"}}},
+      {u"EQUIV", {{u"1;A1:A3;1/0", "#DIV/0!"}, {u"70;E1:E5;0", "5"}}},
       {u"RECHERCHE", {{u"4;A1:A3;B1:B3", "s:three"}, {u"4;A1:A3;{\"x\"\\\"y\"\\\"z\"}", "s:y"}}},
       {u"RECHERCHE", {{u"0;A1:A3;B1:B3", "#N/A"}, {u"6;A1:A3;B1:B2", "#N/A"}}},
       // Taller than wide: keys down the first column, results from the last.
