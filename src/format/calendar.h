@@ -5,7 +5,8 @@
 #pragma once
 #include <cstdint>
 
-constexpr int32_t Date1904Offset = 1462;  // serial of 1 January 1904 in the 1900 system
+constexpr int32_t Date1904Offset = 1462;     // serial of 1 January 1904 in the 1900 system
+constexpr int32_t LastDateSerial = 2958465;  // 31 December 9999, the last day shown
 
 int32_t DateToSerial(int32_t year, int32_t month, int32_t day);
 void SerialToDate(int32_t serial, int32_t* year, int32_t* month, int32_t* day);

@@ -996,8 +996,7 @@ bool FormatOutsideCalendar(double value, const char16_t* code, int date1904) {
   Layout layout;
   CountLayout(sections[choice].text, sections[choice].length, &layout);
   if (!layout.hasDate && !layout.twelveHour) return false;
-  // The last day the calendar shows is 31 December 9999.
-  double limit = 2958466.0 - (date1904 ? Date1904Offset : 0);
+  double limit = LastDateSerial + 1.0 - (date1904 ? Date1904Offset : 0);
   return value < 0 || value >= limit;
 }
 

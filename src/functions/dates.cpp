@@ -18,7 +18,6 @@
 
 namespace {
 
-constexpr int32_t LastSerial = 2958465;  // 31 December 9999
 constexpr double SecondsPerDay = 86400;
 
 int32_t Offset(const EvalContext* ctx) {
@@ -31,7 +30,7 @@ int32_t Offset(const EvalContext* ctx) {
 int DayArg(Value* a, Value* result, const EvalContext* ctx, int32_t* out) {
   double d;
   if (!NumberFromArg(a, result, ctx, &d)) return 0;
-  if (d < 0 || d >= LastSerial + 1.0 - Offset(ctx)) {
+  if (d < 0 || d >= LastDateSerial + 1.0 - Offset(ctx)) {
     *result = ErrorValue(ErrNum);
     return 0;
   }
@@ -42,11 +41,11 @@ int DayArg(Value* a, Value* result, const EvalContext* ctx, int32_t* out) {
 // A day of the 1900 system as the result, in the workbook's system.
 void DayResult(int64_t day, Value* result, const EvalContext* ctx) {
   int64_t serial = day - Offset(ctx);
-  *result = serial < 0 || day > LastSerial ? ErrorValue(ErrNum)
-                                           : NumberValue(static_cast<double>(serial));
+  *result = serial < 0 || day > LastDateSerial ? ErrorValue(ErrNum)
+                                               : NumberValue(static_cast<double>(serial));
 }
 
-// The first day of the month `months` after the month of (year, month), the year carried.
+// Moves (year, month) by `months`, the year carried.
 void AddMonths(int32_t* year, int32_t* month, int32_t months) {
   int64_t index = int64_t{*year} * 12 + (*month - 1) + months;
   int64_t y = index >= 0 ? index / 12 : (index - 11) / 12;
@@ -393,7 +392,7 @@ void FnSerieJourOuvre(Value* args, Value* result, const EvalContext* ctx) {
   // after at most a few days per step.
   for (int64_t left = steps < 0 ? -int64_t{steps} : steps; left > 0;) {
     day += direction;
-    if (day < 0 || day > LastSerial) break;
+    if (day < 0 || day > LastDateSerial) break;
     if (IsWorkday(static_cast<int32_t>(day)) && !IsHoliday(&holidays, day)) left--;
   }
   FreeNumberList(&holidays.list);

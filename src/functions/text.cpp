@@ -6,8 +6,8 @@
 //
 // There is no code page in memory, so a byte of the double-byte rows is a character here: the
 // "B" functions (FINDB, LEFTB, ...) share the handlers of their character forms.
-#include "base/text.h"
 #include "base/alloc.h"
+#include "base/text.h"
 #include "format/input.h"
 #include "functions/aggregate.h"
 #include "functions/criteria.h"
@@ -32,7 +32,7 @@ void PieceResult(const char16_t* text, uint32_t length, Value* result) {
 char16_t* Splice(const char16_t* a, uint32_t left, uint32_t skip, const char16_t* b) {
   uint32_t aLength = TextLength(a), bLength = TextLength(b);
   uint32_t rest = aLength - left - skip;
-  auto* out = static_cast<char16_t*>(Allocate((uint64_t{left} + bLength + rest + 1) * 2));
+  auto* out = static_cast<char16_t*>(Allocate((uint64_t{left} + bLength + rest + 1) * sizeof(char16_t)));
   if (!out) return nullptr;
   for (uint32_t i = 0; i < left; i++) out[i] = a[i];
   for (uint32_t i = 0; i < bLength; i++) out[left + i] = b[i];
