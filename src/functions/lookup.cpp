@@ -5,6 +5,7 @@
 // references; the others measure or build.
 #include "base/alloc.h"
 #include "base/text.h"
+#include "formula/evaluator.h"
 #include "formula/reference_text.h"
 #include "functions/aggregate.h"
 #include "functions/criteria.h"
@@ -480,10 +481,30 @@ void FnIndirect(Value* args, Value* result, const EvalContext* ctx) {
   if (!TextFromArg(&args[0], result, ctx, &unused) ||
       !BooleanFromArg(&args[1], result, ctx, true, &a1Style))
     return;
-  // The conversion takes over the text.
-  char16_t* text = args[0].text;
-  args[0] = Value{};
-  TextToRefListInStyle(result, text, ctx, a1Style);
+  // The conversion takes over its own copy of the text, which stays in the frame for a name.
+  char16_t* copy = TextDuplicate(args[0].text ? args[0].text : u"");
+  if (!copy) {
+    *result = ErrorValue(ErrNA);
+    return;
+  }
+  TextToRefListInStyle(result, copy, ctx, a1Style);
+  // A text that names a reference stands for it. A name that leads back to INDIRECT is followed
+  // only a few levels deep, so that one naming itself ends.
+  static int nameDepth = 0;
+  if (result->tag != ValueError || ctx->book >= App.workbookCount || nameDepth >= 8) return;
+  int32_t index = FindName(ctx->book, ctx->sheet, args[0].text);
+  const Workbook* wb = GetWorkbook(ctx->book);
+  if (index < 0 || static_cast<uint32_t>(index) >= wb->nameCount || !wb->names[index].formula.bytes)
+    return;
+  Value named{};
+  FormulaTokens formula = wb->names[index].formula;
+  nameDepth++;
+  Evaluate(&formula, &named, ctx);
+  nameDepth--;
+  if (named.tag == ValueRef || named.tag == ValueRefList)
+    *result = named;
+  else
+    FreeValue(&named);
 }
 
 void FnAdresse(Value* args, Value* result, const EvalContext* ctx) {

@@ -7,7 +7,8 @@
 namespace {
 
 // A1:C5 a table sorted on its first column with a text key, a boolean and a blank (C4); E1:E4
-// keys in no order with a formula below them; G1:G3 texts. Sheet 1 holds a number in A1 for the references across sheets.
+// keys in no order with a formula below them; G1:G3 texts. Sheet 1 holds a number in A1 for the
+// references across sheets.
 struct LookupTest : FormulaTest {
   void SetUp() override {
     Open({SheetWorksheet});
@@ -30,6 +31,16 @@ struct LookupTest : FormulaTest {
     ASSERT_EQ(CompileFormula(&pc, u"=E1*10", ClassCodeValue, &cell.formula), CompileOk);
     ASSERT_TRUE(StoreCell(book, 0, &cell, 0, 0));
     CellAt(&GetSheet(book, 0)->cells, 4, 4)->state = CellDirty;
+    // Names for INDIRECT: one for the table's third column, one for a number, one for itself.
+    const std::pair<const char16_t*, const char16_t*> names[] = {
+        {u"Tiers", u"=$C$1:$C$3"}, {u"Nombre", u"=5"}, {u"Boucle", u"=INDIRECT(\"Boucle\")"}};
+    for (const auto& [text, formula] : names) {
+      DefinedName name{};
+      name.name = TextDuplicate(text);
+      ParseContext npc{book, 0, 1, 0, 0, 0, 0};
+      ASSERT_EQ(CompileFormula(&npc, formula, ClassCodeReference, &name.formula), CompileOk);
+      ASSERT_TRUE(AddName(book, &name, nullptr));
+    }
   }
 };
 
@@ -98,7 +109,8 @@ TEST_F(LookupTest, ReferencesFromTextAndTheirMeasures) {
   const Calls rows[] = {
       {u"INDIRECT", {{u"\"C2\"", "30"}, {u"\"Feuille2!A1\"", "42"}, {u"\"L2C3\";FAUX", "#VALUE!"}}},
       {u"INDIRECT", {{u"\"R2C3\";FAUX", "30"}, {u"\"R[-19]C[-18]\";FAUX", "30"}}},
-      {u"INDIRECT", {{u"\"x y\"", "#VALUE!"}, {u"1/0", "#DIV/0!"}}},
+      {u"INDIRECT", {{u"\"x y\"", "#VALUE!"}, {u"1/0", "#DIV/0!"}, {u"\"Nombre\"", "#VALUE!"}}},
+      {u"SOMME", {{u"INDIRECT(\"tiers\")", "90"}, {u"INDIRECT(\"Boucle\")", "#VALUE!"}}},
       {u"LIGNE", {{u"", "21"}, {u"C5:D9", "5"}, {u"1", "#VALUE!"}}},
       {u"COLONNE", {{u"", "21"}, {u"C5:D9", "3"}}},
       {u"LIGNES", {{u"A1:B5", "5"}, {u"{1;2;3}", "3"}, {u"(A1;B2)", "#REF!"}, {u"7", "1"}}},
