@@ -30,7 +30,7 @@ enum CompoundError : uint32_t {
   CompoundNoMemory,      // the allocation wrapper failed (and has said so)
 };
 
-// An open container. Fields are private to compound_read.cpp; callers use the functions below.
+// An open container. Fields are private to the reader; callers use the functions below.
 struct CompoundFile {
   FILE* file;            // set when opened from a path; the container closes it
   const uint8_t* bytes;  // set when opened from memory; borrowed, must outlive the container
@@ -41,6 +41,9 @@ struct CompoundFile {
   uint32_t* fat;         // allocation table, one entry per sector of the file
   uint8_t* directory;    // every directory entry, 128 bytes each
   uint32_t entryCount;
+  uint32_t* children;  // entries of the root storage's tree, checked at open time
+  uint32_t childCount;
+  uint8_t* visited;   // one bit per sector, for finding loops while a chain is walked
   uint32_t* miniFat;  // mini allocation table, loaded with the first mini stream read
   uint32_t miniFatCount;
   uint32_t* miniSectors;  // the sectors of the mini stream in order, loaded with miniFat
