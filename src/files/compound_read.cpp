@@ -13,25 +13,14 @@
 #include "base/message.h"
 #include "base/text.h"
 #include "files/compound.h"
+#include "files/compound_format.h"
 
 namespace {
 
-constexpr uint32_t FreeSector = 0xFFFFFFFF;
-constexpr uint32_t EndOfChain = 0xFFFFFFFE;
-constexpr uint32_t LastRegularSector = 0xFFFFFFFA;
-constexpr uint32_t NoEntry = 0xFFFFFFFF;
-constexpr uint32_t HeaderTableEntries = 109;
-constexpr uint32_t EntrySize = 128;
-constexpr uint32_t MiniSectorSize = 64;
-// Streams below this size live in the mini stream. The header repeats the value; like other
-// readers we hold to the format's fixed 4096.
-constexpr uint32_t MiniStreamCutoff = 4096;
+using namespace compound_format;
+
 // Streams are read into one block whose size is a uint32_t; anything near that is not a workbook.
 constexpr uint64_t LargestStream = 0x7FFFFFFF;
-
-constexpr uint8_t Signature[8] = {0xD0, 0xCF, 0x11, 0xE0, 0xA1, 0xB1, 0x1A, 0xE1};
-
-enum EntryType : uint8_t { EntryEmpty = 0, EntryStorage = 1, EntryStream = 2, EntryRoot = 5 };
 
 struct ErrorText {
   uint32_t error;

@@ -10,23 +10,19 @@
 #include "base/bytes.h"
 #include "base/text.h"
 #include "files/compound.h"
+#include "files/compound_format.h"
 
 namespace {
 
+using namespace compound_format;
+
+// Written files have 512-byte sectors.
 constexpr uint32_t SectorSize = 512;
 constexpr uint32_t PerSector = SectorSize / 4;
-constexpr uint32_t EntriesPerSector = SectorSize / 128;
-constexpr uint32_t FreeSector = 0xFFFFFFFF;
-constexpr uint32_t EndOfChain = 0xFFFFFFFE;
-constexpr uint32_t AllocationMark = 0xFFFFFFFD;
-constexpr uint32_t IndexMark = 0xFFFFFFFC;
-constexpr uint32_t NoEntry = 0xFFFFFFFF;
-constexpr uint32_t HeaderTableEntries = 109;
+constexpr uint32_t EntriesPerSector = SectorSize / EntrySize;
 // A stream is padded to this many sectors so that it stays out of the mini stream.
-constexpr uint32_t SmallestStreamSectors = 4096 / SectorSize;
+constexpr uint32_t SmallestStreamSectors = MiniStreamCutoff / SectorSize;
 constexpr uint32_t LongestName = 31;
-
-constexpr uint8_t HeaderStart[8] = {0xD0, 0xCF, 0x11, 0xE0, 0xA1, 0xB1, 0x1A, 0xE1};
 
 void Put(CompoundWriter* writer, const void* data, size_t count) {
   if (std::fwrite(data, 1, count, writer->file) != count) writer->failed = 1;
@@ -98,7 +94,7 @@ uint32_t BuildTree(TreeLinks* links, const uint32_t* order, int low, int high, i
 
 void WriteEntry(uint8_t* entry, const char16_t* name, uint8_t type, uint8_t colour, uint32_t left,
                 uint32_t right, uint32_t child, uint32_t start, uint32_t size) {
-  std::memset(entry, 0, 128);
+  std::memset(entry, 0, EntrySize);
   uint32_t length = TextLength(name);
   for (uint32_t i = 0; i < length; i++) WriteU16(entry + 2 * i, name[i]);
   if (type) WriteU16(entry + 64, static_cast<uint16_t>(2 * (length + 1)));
@@ -132,15 +128,15 @@ void WriteDirectory(CompoundWriter* writer) {
   uint32_t slots = writer->directorySectors * EntriesPerSector;
   SeekTo(writer, SectorSize);
   for (uint32_t slot = 0; slot < slots; slot++) {
-    uint8_t* entry = sector + 128 * (slot % EntriesPerSector);
+    uint8_t* entry = sector + EntrySize * (slot % EntriesPerSector);
     if (slot == 0) {
-      WriteEntry(entry, u"Root Entry", 5, 1, NoEntry, NoEntry, top, EndOfChain, 0);
+      WriteEntry(entry, u"Root Entry", EntryRoot, 1, NoEntry, NoEntry, top, EndOfChain, 0);
     } else if (slot <= count) {
       uint32_t i = slot - 1;
-      WriteEntry(entry, writer->names[i], 2, links.colour[slot], links.left[slot],
+      WriteEntry(entry, writer->names[i], EntryStream, links.colour[slot], links.left[slot],
                  links.right[slot], NoEntry, writer->firstSector[i], writer->streamSize[i]);
     } else {
-      WriteEntry(entry, u"", 0, 0, NoEntry, NoEntry, NoEntry, 0, 0);
+      WriteEntry(entry, u"", EntryEmpty, 0, NoEntry, NoEntry, NoEntry, 0, 0);
     }
     if (slot % EntriesPerSector == EntriesPerSector - 1) Put(writer, sector, SectorSize);
   }
@@ -150,7 +146,7 @@ void WriteHeader(CompoundWriter* writer, uint32_t tableSectors, uint32_t tableSt
                  uint32_t indexSectors) {
   uint8_t header[SectorSize];
   std::memset(header, 0, sizeof header);
-  std::memcpy(header, HeaderStart, sizeof HeaderStart);
+  std::memcpy(header, Signature, sizeof Signature);
   WriteU16(header + 24, 0x003E);
   WriteU16(header + 26, 3);
   WriteU16(header + 28, 0xFFFE);
@@ -192,7 +188,10 @@ int BeginCompoundFile(CompoundWriter* writer, FILE* file, const char16_t* const*
   std::memset(writer->sectorBuffer, 0, SectorSize);
   for (uint32_t i = 0; i <= writer->directorySectors; i++)
     Put(writer, writer->sectorBuffer, SectorSize);
-  return !writer->failed;
+  if (!writer->failed) return 1;
+  Release(writer->fat);
+  writer->fat = nullptr;
+  return 0;
 }
 
 int BeginCompoundStream(CompoundWriter* writer, uint32_t index) {

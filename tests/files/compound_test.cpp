@@ -277,14 +277,26 @@ TEST(CompoundRead, WorkbookBeforeBookAndNamesBeyondTheRoot) {
   EXPECT_EQ(ReadFromImage(image, u"Workbook", &read), 0xFFu);
 }
 
+struct Damage {
+  const char* label;
+  void (*damage)(Image*);
+  uint32_t error;
+};
+
+// Damages a fresh copy of `streams` in each way and reads "Workbook" from it.
+void ExpectRefusals(const std::vector<TestStream>& streams, const std::vector<Damage>& cases) {
+  for (const Damage& c : cases) {
+    SCOPED_TRACE(c.label);
+    Image image = Build(streams);
+    c.damage(&image);
+    std::vector<uint8_t> read;
+    EXPECT_EQ(ReadFromImage(image, u"Workbook", &read), c.error);
+  }
+}
+
 // Damaged containers: each is refused with the reason, at open time or when the stream is read.
 TEST(CompoundRead, RefusesDamagedContainers) {
-  struct Case {
-    const char* label;
-    void (*damage)(Image*);
-    uint32_t error;
-  };
-  const Case cases[] = {
+  const std::vector<Damage> cases = {
       {"shorter than a header", [](Image* m) { m->bytes.resize(300); }, CompoundNotCompound},
       {"no signature", [](Image* m) { m->bytes[0] = 'P'; }, CompoundNotCompound},
       {"sector shift 10", [](Image* m) { WriteU16(m->bytes.data() + 30, 10); }, CompoundBadHeader},
@@ -318,23 +330,12 @@ TEST(CompoundRead, RefusesDamagedContainers) {
       {"file cut before the stream's end", [](Image* m) { m->bytes.resize(m->bytes.size() - 300); },
        CompoundShortChain},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.label);
-    Image image =
-        Build({{u"A", Pattern(100, 1)}, {u"B", Pattern(200, 2)}, {u"Workbook", Pattern(9000, 3)}});
-    c.damage(&image);
-    std::vector<uint8_t> read;
-    EXPECT_EQ(ReadFromImage(image, u"Workbook", &read), c.error);
-  }
+  ExpectRefusals(
+      {{u"A", Pattern(100, 1)}, {u"B", Pattern(200, 2)}, {u"Workbook", Pattern(9000, 3)}}, cases);
 }
 
 TEST(CompoundRead, RefusesDamagedMiniStreams) {
-  struct Case {
-    const char* label;
-    void (*damage)(Image*);
-    uint32_t error;
-  };
-  const Case cases[] = {
+  const std::vector<Damage> cases = {
       {"mini chain loops",
        [](Image* m) { m->SetMiniFat(m->streamStart[1] + 2, m->streamStart[1]); }, CompoundLoop},
       {"mini chain ends early", [](Image* m) { m->SetMiniFat(m->streamStart[1], End); },
@@ -347,13 +348,7 @@ TEST(CompoundRead, RefusesDamagedMiniStreams) {
       {"mini table loops", [](Image* m) { m->SetFat(m->miniTableStart, m->miniTableStart); },
        CompoundLoop},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.label);
-    Image image = Build({{u"A", Pattern(300, 1)}, {u"Workbook", Pattern(1000, 2)}});
-    c.damage(&image);
-    std::vector<uint8_t> read;
-    EXPECT_EQ(ReadFromImage(image, u"Workbook", &read), c.error);
-  }
+  ExpectRefusals({{u"A", Pattern(300, 1)}, {u"Workbook", Pattern(1000, 2)}}, cases);
 }
 
 struct WriteRequest {
