@@ -6,8 +6,8 @@
 //
 // There is no code page in memory, so a byte of the double-byte rows is a character here: the
 // "B" functions (FINDB, LEFTB, ...) share the handlers of their character forms.
-#include "base/alloc.h"
 #include "base/text.h"
+#include "base/alloc.h"
 #include "format/input.h"
 #include "functions/aggregate.h"
 #include "functions/criteria.h"
@@ -32,7 +32,8 @@ void PieceResult(const char16_t* text, uint32_t length, Value* result) {
 char16_t* Splice(const char16_t* a, uint32_t left, uint32_t skip, const char16_t* b) {
   uint32_t aLength = TextLength(a), bLength = TextLength(b);
   uint32_t rest = aLength - left - skip;
-  auto* out = static_cast<char16_t*>(Allocate((uint64_t{left} + bLength + rest + 1) * sizeof(char16_t)));
+  auto* out =
+      static_cast<char16_t*>(Allocate((uint64_t{left} + bLength + rest + 1) * sizeof(char16_t)));
   if (!out) return nullptr;
   for (uint32_t i = 0; i < left; i++) out[i] = a[i];
   for (uint32_t i = 0; i < bLength; i++) out[left + i] = b[i];
@@ -88,14 +89,54 @@ bool IsControl(char16_t c) {
   return c < 0x20 || (c >= 0x7F && c < 0xA0) || c == 0x2028 || c == 0x2029;
 }
 
-// Maps each character of the text through `map` into a new text.
-void MapCharacters(Value* args, Value* result, const EvalContext* ctx, char16_t (*map)(char16_t)) {
+// Rewrites a copy of the text argument in place, never lengthening it, as the result.
+template <typename Rewrite>
+void RewriteCopy(Value* args, Value* result, const EvalContext* ctx, Rewrite rewrite) {
   const char16_t* text;
   if (!TextFromArg(&args[0], result, ctx, &text)) return;
   char16_t* out = TextDuplicate(text);
-  if (out)
-    for (char16_t* p = out; *p; p++) *p = map(*p);
+  if (out) rewrite(out);
   OwnedResult(out, result);
+}
+
+// Maps each character of the text through `map` into a new text.
+void MapCharacters(Value* args, Value* result, const EvalContext* ctx, char16_t (*map)(char16_t)) {
+  RewriteCopy(args, result, ctx, [map](char16_t* text) {
+    for (; *text; text++) *text = map(*text);
+  });
+}
+
+// A letter after a non-letter is upper-cased, the other letters lower-cased.
+void ProperCase(char16_t* text) {
+  bool afterLetter = false;
+  for (; *text; text++) {
+    bool letter = IsCasedLetter(*text);
+    if (letter) *text = afterLetter ? FoldCase(*text) : UpperCase(*text);
+    afterLetter = letter;
+  }
+}
+
+// Blanks at either end go and runs of blanks inside become one; only the space counts.
+void TrimBlanks(char16_t* text) {
+  uint32_t written = 0;
+  bool pendingBlank = false;
+  for (const char16_t* p = text; *p; p++) {
+    if (*p == u' ') {
+      pendingBlank = written > 0;
+      continue;
+    }
+    if (pendingBlank) text[written++] = u' ';
+    pendingBlank = false;
+    text[written++] = *p;
+  }
+  text[written] = 0;
+}
+
+void DropControls(char16_t* text) {
+  uint32_t written = 0;
+  for (const char16_t* p = text; *p; p++)
+    if (!IsControl(*p)) text[written++] = *p;
+  text[written] = 0;
 }
 
 char16_t Lower(char16_t c) {
@@ -315,50 +356,15 @@ void FnMinuscule(Value* args, Value* result, const EvalContext* ctx) {
 }
 
 void FnNomPropre(Value* args, Value* result, const EvalContext* ctx) {
-  const char16_t* text;
-  if (!TextFromArg(&args[0], result, ctx, &text)) return;
-  char16_t* out = TextDuplicate(text);
-  bool afterLetter = false;
-  for (char16_t* p = out; p && *p; p++) {
-    bool letter = IsCasedLetter(*p);
-    if (letter) *p = afterLetter ? FoldCase(*p) : UpperCase(*p);
-    afterLetter = letter;
-  }
-  OwnedResult(out, result);
+  RewriteCopy(args, result, ctx, ProperCase);
 }
 
 void FnSuppreSpace(Value* args, Value* result, const EvalContext* ctx) {
-  const char16_t* text;
-  if (!TextFromArg(&args[0], result, ctx, &text)) return;
-  char16_t* out = TextDuplicate(text);
-  if (out) {
-    uint32_t written = 0;
-    bool pendingBlank = false;
-    for (const char16_t* p = out; *p; p++) {
-      if (*p == u' ') {
-        pendingBlank = written > 0;
-        continue;
-      }
-      if (pendingBlank) out[written++] = u' ';
-      pendingBlank = false;
-      out[written++] = *p;
-    }
-    out[written] = 0;
-  }
-  OwnedResult(out, result);
+  RewriteCopy(args, result, ctx, TrimBlanks);
 }
 
 void FnEpurage(Value* args, Value* result, const EvalContext* ctx) {
-  const char16_t* text;
-  if (!TextFromArg(&args[0], result, ctx, &text)) return;
-  char16_t* out = TextDuplicate(text);
-  if (out) {
-    uint32_t written = 0;
-    for (const char16_t* p = out; *p; p++)
-      if (!IsControl(*p)) out[written++] = *p;
-    out[written] = 0;
-  }
-  OwnedResult(out, result);
+  RewriteCopy(args, result, ctx, DropControls);
 }
 
 void FnCode(Value* args, Value* result, const EvalContext* ctx) {
