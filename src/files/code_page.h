@@ -8,8 +8,8 @@
 
 struct CodePage {
   uint32_t number;
-  void* toWide;    // iconv descriptor, or null when the system knows no such code page
-  void* fromWide;  // the same the other way
+  void* toWide;          // iconv descriptor, or null when the system knows no such code page
+  void* fromWide;        // the same the other way
   char16_t single[256];  // each byte alone; lead bytes of double-byte characters map to 0
   uint8_t lead[256];     // non-zero for a byte that begins a double-byte character
 };
