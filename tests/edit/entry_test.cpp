@@ -143,7 +143,10 @@ TEST_F(EntryTest, ChosenFormatsAreKeptAgainstTheEntry) {
       {2, u"=DATE(2024;3;15)", 2}, {0, u"=DATE(2024;3;15)", 14},
   };
   for (const Case& c : cases) {
-    SCOPED_TRACE(TextToUtf8(c.text) + " over format " + std::to_string(c.before));
+    std::string trace = TextToUtf8(c.text);
+    trace += " over format ";
+    trace += std::to_string(c.before);
+    SCOPED_TRACE(trace);
     FormatCell(0, 0, c.before);
     ASSERT_TRUE(Enter(c.text));
     EXPECT_EQ(FormatId(At(0, 0)), c.after);

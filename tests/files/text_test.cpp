@@ -45,7 +45,8 @@ struct TextFileTest : testing::Test {
         out += 'f';
       } else if (cell->value.tag == ValueText) {
         bool prefix = GetWorkbook(book)->xfs[cell->xf].flags & XfQuotePrefix;
-        out += std::string("s:") + (prefix ? "'" : "") + TextToUtf8(cell->value.text);
+        out += prefix ? "s:'" : "s:";
+        out += TextToUtf8(cell->value.text);
       } else if (cell->value.tag == ValueNumber) {
         char number[32];
         std::snprintf(number, sizeof number, "n:%g", cell->value.number);
@@ -135,7 +136,10 @@ TEST_F(TextFileTest, MalformedFilesAreRefusedKeepingWhatWasRead) {
 // What we save must load again: the full width and height load, one more row or column does not.
 TEST_F(TextFileTest, RowAndColumnLimits) {
   std::string wide;
-  for (int i = 0; i < 256; i++) wide += (i ? ";" : "") + std::to_string(i);
+  for (int i = 0; i < 256; i++) {
+    if (i) wide += ';';
+    wide += std::to_string(i);
+  }
   std::string tall(65535, '\n');
   struct Case {
     std::string bytes;
@@ -207,7 +211,8 @@ TEST_F(TextFileTest, RoundTripKeepsTheBytes) {
       "1,5;texte;\"12\";\"a;b\"\r\n"
       "VRAI;;\"x\"\"y\";15/03/2024\r\n"
       ";;;\r\n"
-      "\"d\xE9" "but\nfin\";-3;0,25;\r\n";
+      "\"d\xE9"
+      "but\nfin\";-3;0,25;\r\n";
   ASSERT_TRUE(Read(original));
   EXPECT_EQ(Write(DelimitedCsv), original);
 }
