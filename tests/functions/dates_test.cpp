@@ -66,7 +66,7 @@ TEST_F(DatesTest, DateDifUnits) {
       {u"\"y\"", "1"},   {u"\"M\"", "13"},  {u"\"d\"", "409"},  {u"\"ym\"", "1"},
       {u"\"yd\"", "44"}, {u"\"md\"", "12"}, {u"\"w\"", "#NUM!"}};
   for (const auto& [unit, expected] : units)
-    EXPECT_EQ(Eval((u"=DATEDIF(" + std::u16string(from) + unit + u")").c_str()), expected)
+    EXPECT_EQ(Eval(FormulaOf(u"DATEDIF", (std::u16string(from) += unit).c_str()).c_str()), expected)
         << TextToUtf8(unit);
   const Calls rows[] = {
       {u"DATEDIF", {{u"100;100;\"y\"", "0"}, {u"101;100;\"d\"", "#NUM!"}}},
@@ -105,7 +105,8 @@ TEST_F(DatesTest, YearFractionsByBasis) {
                                                            {u";5", "#NUM!"},
                                                            {u";-1", "#NUM!"}};
   for (const auto& [basis, expected] : bases)
-    EXPECT_EQ(Eval((u"=FRACTION.ANNEE(" + std::u16string(span) + basis + u")").c_str()), expected)
+    EXPECT_EQ(Eval(FormulaOf(u"FRACTION.ANNEE", (std::u16string(span) += basis).c_str()).c_str()),
+              expected)
         << TextToUtf8(basis);
   const Calls rows[] = {
       // Reversed dates are swapped; over several years the mean length of the years touched is

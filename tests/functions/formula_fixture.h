@@ -21,10 +21,13 @@ inline std::string Shown(const Value& v) {
     return number;
   }
   if (v.tag != ValueArray) return Show(v);
-  std::string s;
-  for (uint32_t i = 0; i < uint32_t{v.rows} * v.columns; i++)
-    s += (i == 0 ? "" : i % v.columns ? "," : ";") + Shown(v.elements[i]);
-  return "{" + s + "}";
+  std::string s = "{";
+  for (uint32_t i = 0; i < uint32_t{v.rows} * v.columns; i++) {
+    s += i == 0 ? "" : i % v.columns ? "," : ";";  // piece by piece: GCC 12's -Wrestrict
+    s += Shown(v.elements[i]);
+  }
+  s += '}';
+  return s;
 }
 
 // A function and the calls made of it: the arguments as typed, and the result.
@@ -32,6 +35,16 @@ struct Calls {
   const char16_t* function;
   std::vector<std::pair<const char16_t*, const char*>> calls;
 };
+
+// "=NAME(arguments)".
+inline std::u16string FormulaOf(const char16_t* function, const char16_t* arguments) {
+  std::u16string formula = u"=";
+  formula += function;
+  formula += u"(";
+  formula += arguments;
+  formula += u")";
+  return formula;
+}
 
 struct FormulaTest : HandlerTest {
   // Compiles and evaluates a formula in U21, or in array mode there.
@@ -53,7 +66,7 @@ struct FormulaTest : HandlerTest {
   void ExpectCalls(std::span<const Calls> rows) {
     for (const Calls& row : rows)
       for (const auto& [arguments, expected] : row.calls) {
-        std::u16string formula = u"=" + std::u16string(row.function) + u"(" + arguments + u")";
+        std::u16string formula = FormulaOf(row.function, arguments);
         EXPECT_EQ(Eval(formula.c_str()), expected) << TextToUtf8(formula.c_str());
       }
   }

@@ -30,7 +30,11 @@ struct MathTest : FormulaTest {
         {"D1", NumberValue(1)},     {"D2", NumberValue(2)},      {"D4", NumberValue(3)},
         {"D5", Text(u"x")},         {"E1", ErrorValue(ErrNA)}};
     for (const auto& [at, value] : cells) Put(0, at, value);
-    for (int i = 1; i <= 11; i++) Put(0, ("B" + std::to_string(i)).c_str(), NumberValue(i * 10));
+    for (int i = 1; i <= 11; i++) {
+      std::string cell = "B";
+      cell += std::to_string(i);
+      Put(0, cell.c_str(), NumberValue(i * 10));
+    }
     // A subtotal cell, left dirty so that the first read calculates it.
     ParseContext pc{book, 0, 1, 2, 3, 0, 0};
     Cell cell{};
