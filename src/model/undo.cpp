@@ -16,6 +16,8 @@
 #include "model/hooks.h"
 #include "model/names.h"
 
+namespace {
+
 // What a family of kinds keeps and how it is undone.
 enum UndoFamily : uint8_t {
   FamilyRegion,            // contents or formats of a region
@@ -31,6 +33,8 @@ enum UndoFamily : uint8_t {
   FamilyVisibility,   // a sheet hidden or shown
   FamilyCount,
 };
+
+}  // namespace
 
 static const uint8_t KindFamily[] = {
     FamilyRegion,      FamilyRegion,      FamilyRegion,      FamilyRegion,            // 0-3
@@ -54,6 +58,8 @@ static_assert(sizeof KindFamily == UndoKindCount, "one family for each kind");
 static bool KeepsRowsAndColumns(uint8_t family) {
   return family == FamilyStructure || family == FamilyDeleteSheet || family == FamilyRowsColumns;
 }
+
+namespace {
 
 // What lay on an area of a sheet. Objects, validations and conditional groups join it with their
 // subsystems; until then nothing of theirs is kept.
@@ -116,6 +122,8 @@ struct UndoRecord {
   uint32_t localCount;
   uint16_t* localSheets;
 };
+
+}  // namespace
 
 static UndoRecord* undoStack[UndoDepth];
 static uint32_t undoCount;

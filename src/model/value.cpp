@@ -215,9 +215,7 @@ void TextToRefListInStyle(Value* v, char16_t* text, const EvalContext* ctx, int 
     }
     if (pieceLink < 0) {
       if (hereLink == -2) {
-        LinkRequest request{ctx->book, ctx->book, static_cast<int32_t>(ctx->sheet),
-                            static_cast<int32_t>(ctx->sheet)};
-        if (!FindOrAddLink(&request, &hereLink)) hereLink = -1;
+        if (!ContextSheetLink(ctx, &hereLink)) hereLink = -1;
       }
       pieceLink = hereLink;
     }
@@ -281,26 +279,46 @@ int ReadCellValue(uint32_t book, uint32_t sheet, uint32_t row, uint32_t col, Val
   return 1;
 }
 
-// Where a reference points: the book and the one sheet it lies on, or an error code.
-static uint32_t LocateReference(const Value* v, const EvalContext* ctx, uint32_t* book,
-                                uint32_t* sheet, Range* area) {
+uint32_t LocateReference(const Value* v, const EvalContext* ctx, ReferenceTarget* out) {
+  *out = ReferenceTarget{};
   if (v->tag == ValueRef) {
-    *book = ctx->book;
-    *sheet = ctx->sheet;
-    *area = v->ref;
+    *out = ReferenceTarget{ctx->book, ctx->sheet, ctx->sheet, &v->ref, 1};
   } else {
-    if (!v->refs || v->refs->count != 1) return ErrValue;
+    if (v->tag != ValueRefList || !v->refs || v->refs->count == 0) return ErrValue;
     ResolvedLink link{};
     link.fromBook = ctx->book;
-    if (!ResolveLink(v->linkIndex, &link) || link.firstSheet < 0 ||
-        link.firstSheet != link.lastSheet)
+    if (!ResolveLink(v->linkIndex, &link) || link.firstSheet < 0 || link.lastSheet < 0)
       return ErrRef;
-    *book = link.book;
-    *sheet = static_cast<uint32_t>(link.firstSheet);
-    *area = v->refs->areas[0];
+    uint32_t a = static_cast<uint32_t>(link.firstSheet), b = static_cast<uint32_t>(link.lastSheet);
+    *out = ReferenceTarget{link.book, a < b ? a : b, a < b ? b : a, v->refs->areas, v->refs->count};
   }
-  if (!ValidSheet(*book, *sheet)) return ErrRef;
-  return UINT32_MAX;
+  if (out->book >= App.workbookCount || out->lastSheet >= GetWorkbook(out->book)->sheetCount)
+    return ErrRef;
+  return ReferenceFound;
+}
+
+int WalkReferenceTarget(const ReferenceTarget* target, SheetAreaVisitor visit, void* state) {
+  for (uint32_t sheet = target->firstSheet; sheet <= target->lastSheet; sheet++) {
+    if (!SheetHasCells(GetSheet(target->book, sheet))) continue;
+    for (uint32_t i = 0; i < target->areaCount; i++)
+      if (!visit(target->book, sheet, &target->areas[i], state)) return 0;
+  }
+  return 1;
+}
+
+// The one area on one sheet holding cells that a reference must point to where a single cell is
+// read from it; returns ReferenceFound or an error code.
+static uint32_t LocateSingleArea(const Value* v, const EvalContext* ctx, uint32_t* book,
+                                 uint32_t* sheet, Range* area) {
+  ReferenceTarget t;
+  uint32_t error = LocateReference(v, ctx, &t);
+  if (error != ReferenceFound) return error;
+  if (t.areaCount != 1) return ErrValue;
+  if (t.firstSheet != t.lastSheet || !ValidSheet(t.book, t.firstSheet)) return ErrRef;
+  *book = t.book;
+  *sheet = t.firstSheet;
+  *area = t.areas[0];
+  return ReferenceFound;
 }
 
 void ImplicitIntersect(Value* v, const EvalContext* ctx) {
@@ -310,9 +328,9 @@ void ImplicitIntersect(Value* v, const EvalContext* ctx) {
   }
   uint32_t book = 0, sheet = 0;
   Range area{};
-  uint32_t error = LocateReference(v, ctx, &book, &sheet, &area);
+  uint32_t error = LocateSingleArea(v, ctx, &book, &sheet, &area);
   FreeValue(v);
-  if (error != UINT32_MAX) {
+  if (error != ReferenceFound) {
     *v = ErrorValue(error);
     return;
   }
@@ -339,9 +357,9 @@ void ImplicitIntersect(Value* v, const EvalContext* ctx) {
 static void ReferenceToArray(Value* v, const EvalContext* ctx) {
   uint32_t book = 0, sheet = 0;
   Range area{};
-  uint32_t error = LocateReference(v, ctx, &book, &sheet, &area);
+  uint32_t error = LocateSingleArea(v, ctx, &book, &sheet, &area);
   FreeValue(v);
-  if (error != UINT32_MAX) {
+  if (error != ReferenceFound) {
     *v = ErrorValue(error);
     return;
   }
@@ -433,11 +451,9 @@ static void ToText(Value* v, const char16_t* text) {
 }
 
 static void RefToRefList(Value* v, const EvalContext* ctx) {
-  LinkRequest request{ctx->book, ctx->book, static_cast<int32_t>(ctx->sheet),
-                      static_cast<int32_t>(ctx->sheet)};
   int32_t link;
   Range area = v->ref;
-  if (!FindOrAddLink(&request, &link) || !MakeRefList(v, &area, link)) *v = ErrorValue(ErrNA);
+  if (!ContextSheetLink(ctx, &link) || !MakeRefList(v, &area, link)) *v = ErrorValue(ErrNA);
 }
 
 void CoerceValue(Value* v, uint16_t target, const EvalContext* ctx) {
