@@ -30,7 +30,8 @@ static int ApplyHintFormat(uint32_t book, const InputResult* input, Cell* proto)
 static int ReadEntry(uint32_t book, const std::string& line, Cell* proto) {
   char16_t* text = Utf8ToText(line.c_str(), line.size());
   if (!text) return 0;
-  ParseContext ctx{book, 0, 1, proto->row, proto->col, 0, 0};
+  ParseContext ctx{
+      book, 0, A1Style, proto->row, proto->col, ReferencesAsWritten, SingleCellFormula};
   InputResult input{};
   int ok = 1;
   switch (ClassifyInput(&ctx, text, &input)) {
@@ -98,7 +99,7 @@ int RunEntries(int argc, char** argv) {
     if (!ReadEntry(book, line, &proto)) {
       ok = false;
     } else if ((proto.value.tag != ValueEmpty || proto.formula.bytes) &&
-               !StoreCell(book, 0, &proto, 1, 0)) {
+               !StoreCell(book, 0, &proto, StoreAndRecalc, KeepRowHeight)) {
       FreeValue(&proto.value);
       FreeTokens(&proto.formula);
       ok = false;

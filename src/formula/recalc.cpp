@@ -9,6 +9,7 @@
 
 #include "base/alloc.h"
 #include "base/bytes.h"
+#include "base/check.h"
 #include "base/text.h"
 #include "format/number_format.h"
 #include "formula/evaluator.h"
@@ -214,6 +215,7 @@ static void FreeCalcWalk(CalcWalk* walk) {
 // The stack doubles rather than growing a frame at a time: a chain of 65,536 cells would
 // otherwise copy the whole stack on every push.
 static int PushCalcFrame(CalcWalk* walk, uint32_t book, uint32_t sheet, Cell* cell) {
+  DEBUG_ASSERT(cell && cell->formula.bytes);
   if (!GrowArrayByDoubling(&walk->frames, &walk->frameCapacity, walk->frameCount + 1, 16)) return 0;
   CalcFrame* f = &walk->frames[walk->frameCount++];
   *f = CalcFrame{};

@@ -1,5 +1,5 @@
-// The sums and folds of the "Math & Trig" category: PRODUIT, SOMME.CARRES, MULTINOMIALE, PGCD and
-// PPCM over the shared argument walk; SOMMEPROD and the SOMME.X2MY2 family over arrays;
+// The sums and folds of the "Math & Trig" category: SOMME, PRODUIT, SOMME.CARRES, MULTINOMIALE,
+// PGCD and PPCM over the shared argument walk; SOMMEPROD and the SOMME.X2MY2 family over arrays;
 // SOMME.SERIES; SOMME.SI and NB.SI, which test each cell of a range against a criterion; and
 // SOUS.TOTAL, which applies one of eleven aggregates to references while passing over the cells
 // that hold subtotals themselves.
@@ -19,6 +19,11 @@ namespace {
 constexpr uint16_t SousTotalNumber = 344;
 
 // --- Folds over the argument walk ----------------------------------------------------------
+
+int AddNumber(double number, void* state) {
+  *static_cast<double*>(state) += number;
+  return 1;
+}
 
 struct Product {
   double value;
@@ -340,6 +345,13 @@ Value Subtotal(uint32_t function, const NumberList* list, double nonEmpty) {
 }
 
 }  // namespace
+
+// SOMME, the plain form of the shared argument walk, which the other aggregates vary.
+void FnSomme(Value* args, Value* result, const EvalContext* ctx) {
+  double sum = 0;
+  Value error{};
+  *result = WalkNumbers(args, ctx, AddNumber, &sum, &error) ? NumberValue(sum) : error;
+}
 
 void FnProduit(Value* args, Value* result, const EvalContext* ctx) {
   Product p{1, 0};

@@ -465,7 +465,7 @@ static void RestoreRegion(uint32_t book, uint32_t sheet, RegionSnapshot* g) {
   if (!g->taken) return;
   ClearArea(book, sheet, &g->range);
   for (uint32_t i = 0; i < g->cellCount; i++) {
-    if (StoreCell(book, sheet, &g->cells[i], 0, 0)) g->cells[i] = Cell{};
+    if (StoreCell(book, sheet, &g->cells[i], StoreOnly, KeepRowHeight)) g->cells[i] = Cell{};
   }
   Sheet* s = GetSheet(book, sheet);
   if (AppendItems(&s->arrayFormulas, &s->arrayFormulaCount, g->arrayFormulas,

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "base/alloc.h"
+#include "base/check.h"
 #include "base/text.h"
 #include "format/input.h"
 #include "format/locale.h"
@@ -298,6 +299,7 @@ uint32_t LocateReference(const Value* v, const EvalContext* ctx, ReferenceTarget
 }
 
 int WalkReferenceTarget(const ReferenceTarget* target, SheetAreaVisitor visit, void* state) {
+  DEBUG_ASSERT(target->firstSheet <= target->lastSheet && target->areas);
   for (uint32_t sheet = target->firstSheet; sheet <= target->lastSheet; sheet++) {
     if (!SheetHasCells(GetSheet(target->book, sheet))) continue;
     for (uint32_t i = 0; i < target->areaCount; i++)

@@ -173,7 +173,8 @@ struct EvaluatorTest : testing::Test {
   void Put(uint32_t sheet, uint16_t row, uint8_t col, Value v, uint32_t inBook = UINT32_MAX) {
     Cell proto{};
     proto.row = row, proto.col = col, proto.value = v;
-    ASSERT_TRUE(StoreCell(inBook == UINT32_MAX ? book : inBook, sheet, &proto, 0, 0));
+    ASSERT_TRUE(
+        StoreCell(inBook == UINT32_MAX ? book : inBook, sheet, &proto, StoreOnly, KeepRowHeight));
   }
   uint16_t Link(uint32_t first, uint32_t last, uint32_t target = UINT32_MAX) {
     LinkRequest request{book, target == UINT32_MAX ? book : target, static_cast<int32_t>(first),

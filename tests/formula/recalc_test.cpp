@@ -38,7 +38,7 @@ Cell* StoreAt(uint32_t book, uint32_t sheet, uint16_t row, uint8_t col, Value va
   proto.col = col;
   proto.value = value;
   if (tokens) proto.formula = tokens->Build();
-  EXPECT_TRUE(StoreCell(book, sheet, &proto, recalculate, 0));
+  EXPECT_TRUE(StoreCell(book, sheet, &proto, recalculate, KeepRowHeight));
   return At(book, sheet, row, col);
 }
 
@@ -266,7 +266,7 @@ TEST_F(RecalcTest, TokensGivePrecedentsAndVolatility) {
     if (real->main[i].flags & (FunctionVolatile | FunctionAlwaysRecalc))
       flagged.insert(FunctionNumber(&real->main[i]));
   EXPECT_EQ(flagged, (std::set<uint32_t>{63, 74, 221, 244, 78, 125, 148, 344}));
-  const ParseContext parse{book, 0, 1, 0, 0, 0, 0};
+  const ParseContext parse{book, 0, A1Style, 0, 0, ReferencesAsWritten, SingleCellFormula};
   for (const Pinned& p : pinned) {
     for (const TB& tokens : {TB().Func(p.id), TB().Int(1).FuncVar(p.id, 1)})
       EXPECT_TRUE(rebuild(tokens) && cell->isVolatile) << p.id;
