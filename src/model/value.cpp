@@ -323,6 +323,15 @@ static uint32_t LocateSingleArea(const Value* v, const EvalContext* ctx, uint32_
   return ReferenceFound;
 }
 
+// Locates the single area and releases the reference; on failure `v` becomes the error.
+static bool TakeSingleArea(Value* v, const EvalContext* ctx, uint32_t* book, uint32_t* sheet,
+                           Range* area) {
+  uint32_t error = LocateSingleArea(v, ctx, book, sheet, area);
+  FreeValue(v);
+  *v = error == ReferenceFound ? Value{} : ErrorValue(error);
+  return error == ReferenceFound;
+}
+
 void ImplicitIntersect(Value* v, const EvalContext* ctx) {
   if (ctx->arrayMode) {
     CoerceValue(v, ValueArray, ctx);
@@ -330,12 +339,7 @@ void ImplicitIntersect(Value* v, const EvalContext* ctx) {
   }
   uint32_t book = 0, sheet = 0;
   Range area{};
-  uint32_t error = LocateSingleArea(v, ctx, &book, &sheet, &area);
-  FreeValue(v);
-  if (error != ReferenceFound) {
-    *v = ErrorValue(error);
-    return;
-  }
+  if (!TakeSingleArea(v, ctx, &book, &sheet, &area)) return;
   int64_t row, col;
   if (area.firstRow == area.lastRow && area.firstCol == area.lastCol) {
     row = area.firstRow;
@@ -359,12 +363,7 @@ void ImplicitIntersect(Value* v, const EvalContext* ctx) {
 static void ReferenceToArray(Value* v, const EvalContext* ctx) {
   uint32_t book = 0, sheet = 0;
   Range area{};
-  uint32_t error = LocateSingleArea(v, ctx, &book, &sheet, &area);
-  FreeValue(v);
-  if (error != ReferenceFound) {
-    *v = ErrorValue(error);
-    return;
-  }
+  if (!TakeSingleArea(v, ctx, &book, &sheet, &area)) return;
   uint32_t rows = area.lastRow - area.firstRow + 1u, columns = area.lastCol - area.firstCol + 1u;
   if (area.lastRow < area.firstRow || area.lastCol < area.firstCol || rows > 65535) {
     // An array counts its rows in 16 bits: a whole column cannot be one.
