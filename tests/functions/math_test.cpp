@@ -63,19 +63,19 @@ struct MathTest : HandlerTest {
       Put(0, cell.c_str(), NumberValue(i * 10));
     }
     // A subtotal cell, left dirty so that the first read calculates it.
-    ParseContext pc{book, 0, 1, 2, 3, 0, 0};
+    ParseContext pc{book, 0, A1Style, 2, 3, ReferencesAsWritten, SingleCellFormula};
     Cell cell{};
     cell.row = 2;
     cell.col = 3;
     ASSERT_EQ(CompileFormula(&pc, u"=SOUS.TOTAL(9;D1:D2)", ClassCodeValue, &cell.formula),
               CompileOk);
-    ASSERT_TRUE(StoreCell(book, 0, &cell, 0, 0));
+    ASSERT_TRUE(StoreCell(book, 0, &cell, StoreOnly, KeepRowHeight));
     CellAt(&GetSheet(book, 0)->cells, 2, 3)->state = CellDirty;
   }
 
   // Compiles and evaluates a formula in U21.
   std::string Eval(const char16_t* formula) {
-    ParseContext pc{book, 0, 1, 20, 20, 0, 0};
+    ParseContext pc{book, 0, A1Style, 20, 20, ReferencesAsWritten, SingleCellFormula};
     FormulaTokens tokens{};
     if (CompileFormula(&pc, formula, ClassCodeValue, &tokens) != CompileOk) return "not compiled";
     Value v{};
