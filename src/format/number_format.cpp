@@ -18,6 +18,8 @@
 // ---------------------------------------------------------------------------------------------
 // Tokens
 
+namespace {
+
 enum TokenKind : uint8_t {
   TokenLiteral,      // one character printed as it is
   TokenQuoted,       // "..." with doubled quotes
@@ -51,6 +53,8 @@ struct Scanner {
   uint32_t length;
   uint32_t at;
 };
+
+}  // namespace
 
 static bool IsPlaceholder(char16_t c) {
   return c == u'0' || c == u'#' || c == u'?';
@@ -164,6 +168,8 @@ static bool NextToken(Scanner* s, Token* t) {
 // ---------------------------------------------------------------------------------------------
 // The first walk: counts and flags
 
+namespace {
+
 enum Phase : uint8_t { PhaseInteger, PhaseDecimal, PhaseExponent, PhaseDenominator, PhaseAfter };
 
 struct Layout {
@@ -177,6 +183,8 @@ struct Layout {
   int32_t secondDigits;  // zeros of "ss.00"
   bool thousands, scientific, hasPoint, twelveHour, hasDate, numeratorHasQuestion;
 };
+
+}  // namespace
 
 constexpr uint32_t NoSlash = UINT32_MAX;
 
@@ -283,6 +291,8 @@ constexpr uint32_t IntegerTextCapacity = 320;  // 309 digits of the largest doub
 constexpr uint32_t DecimalTextCapacity = 64;   // digits past these are always 0
 constexpr uint32_t SmallTextCapacity = 24;
 
+namespace {
+
 struct Numbers {
   double value;  // after percent and scaling
   char integer[IntegerTextCapacity];
@@ -303,6 +313,8 @@ struct Numbers {
   int64_t subsecond;
   bool pm;
 };
+
+}  // namespace
 
 static const double powersOfTen[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
                                      1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
@@ -577,6 +589,8 @@ static void SettleNumbers(double v, int date1904, const Layout* l, Numbers* n) {
 
 static char16_t output[FormatOutputCapacity];
 
+namespace {
+
 struct Emitter {
   uint32_t length;
   const TextMeasure* measure;
@@ -585,6 +599,8 @@ struct Emitter {
   char16_t fill;
   const char16_t* atText;  // what "@" prints when a text goes through its section
 };
+
+}  // namespace
 
 static void Put(Emitter* e, char16_t c) {
   if (e->length + 1 < FormatOutputCapacity) output[e->length++] = c;

@@ -44,31 +44,24 @@ const Value* GridAt(const Grid* g, uint32_t row, uint32_t column) {
 // of several areas is #N/A, a broken link #REF!, a span of several sheets #VALUE!.
 int ReferenceArea(const Value* v, Value* result, const EvalContext* ctx, uint32_t* book,
                   uint32_t* sheet, Range* area) {
-  uint32_t code = UINT32_MAX;
-  if (v->tag == ValueRef) {
-    *book = ctx->book;
-    *sheet = ctx->sheet;
-    *area = v->ref;
-  } else if (!v->refs || v->refs->count != 1) {
-    code = ErrNA;
-  } else {
-    ResolvedLink link{};
-    link.fromBook = ctx->book;
-    if (!ResolveLink(v->linkIndex, &link) || link.firstSheet < 0 || link.lastSheet < 0)
-      code = ErrRef;
-    else if (link.firstSheet != link.lastSheet)
+  ReferenceTarget target;
+  uint32_t code = LocateReference(v, ctx, &target);
+  if (code == ReferenceFound) {
+    if (target.areaCount != 1)
+      code = ErrNA;
+    else if (target.firstSheet != target.lastSheet)
       code = ErrValue;
-    *book = link.book;
-    *sheet = static_cast<uint32_t>(link.firstSheet);
-    *area = v->refs->areas[0];
+    else if (!SheetHasCells(GetSheet(target.book, target.firstSheet)))
+      code = ErrRef;
   }
-  if (code == UINT32_MAX &&
-      (*book >= App.workbookCount || *sheet >= GetWorkbook(*book)->sheetCount ||
-       !SheetHasCells(GetSheet(*book, *sheet))))
-    code = ErrRef;
-  if (code == UINT32_MAX) return 1;
-  *result = ErrorValue(code);
-  return 0;
+  if (code != ReferenceFound) {
+    *result = ErrorValue(code);
+    return 0;
+  }
+  *book = target.book;
+  *sheet = target.firstSheet;
+  *area = target.areas[0];
+  return 1;
 }
 
 // Makes a grid of a table argument, which may be changed in place (a plain value becomes a

@@ -66,7 +66,7 @@ Cell* StoreNumber(uint32_t book, uint16_t row, double number, uint16_t formatId)
   proto.row = row;
   proto.value = NumberValue(number);
   EXPECT_TRUE(InternXf(book, &xf, &proto.xf));
-  EXPECT_TRUE(StoreCell(book, 0, &proto, 0, 0));
+  EXPECT_TRUE(StoreCell(book, 0, &proto, StoreOnly, KeepRowHeight));
   Cell* cell = CellAt(&GetSheet(book, 0)->cells, row, 0);
   EXPECT_TRUE(cell && EnsureCellText(book, 0, cell));
   return cell;

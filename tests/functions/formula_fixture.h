@@ -49,7 +49,7 @@ inline std::u16string FormulaOf(const char16_t* function, const char16_t* argume
 struct FormulaTest : HandlerTest {
   // Compiles and evaluates a formula in U21, or in array mode there.
   std::string Eval(const char16_t* formula, int32_t arrayMode = 0) {
-    ParseContext pc{book, 0, 1, 20, 20, 0, 0};
+    ParseContext pc{book, 0, A1Style, 20, 20, ReferencesAsWritten, SingleCellFormula};
     FormulaTokens tokens{};
     if (CompileFormula(&pc, formula, ClassCodeValue, &tokens) != CompileOk) return "not compiled";
     Value v{};

@@ -24,12 +24,12 @@ struct LookupTest : FormulaTest {
     for (const auto& [at, value] : cells) Put(0, at, value);
     Put(1, "A1", NumberValue(42));
     // E5 holds =E1*10, left dirty: a lookup that reads it calculates it first.
-    ParseContext pc{book, 0, 1, 4, 4, 0, 0};
+    ParseContext pc{book, 0, A1Style, 4, 4, ReferencesAsWritten, SingleCellFormula};
     Cell cell{};
     cell.row = 4;
     cell.col = 4;
     ASSERT_EQ(CompileFormula(&pc, u"=E1*10", ClassCodeValue, &cell.formula), CompileOk);
-    ASSERT_TRUE(StoreCell(book, 0, &cell, 0, 0));
+    ASSERT_TRUE(StoreCell(book, 0, &cell, StoreOnly, KeepRowHeight));
     CellAt(&GetSheet(book, 0)->cells, 4, 4)->state = CellDirty;
     // Names for INDIRECT: one for the table's third column, one for a number, one for itself.
     const std::pair<const char16_t*, const char16_t*> names[] = {
@@ -37,7 +37,7 @@ struct LookupTest : FormulaTest {
     for (const auto& [text, formula] : names) {
       DefinedName name{};
       name.name = TextDuplicate(text);
-      ParseContext npc{book, 0, 1, 0, 0, 0, 0};
+      ParseContext npc{book, 0, A1Style, 0, 0, ReferencesAsWritten, SingleCellFormula};
       ASSERT_EQ(CompileFormula(&npc, formula, ClassCodeReference, &name.formula), CompileOk);
       ASSERT_TRUE(AddName(book, &name, nullptr));
     }

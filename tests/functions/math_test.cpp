@@ -36,13 +36,13 @@ struct MathTest : FormulaTest {
       Put(0, cell.c_str(), NumberValue(i * 10));
     }
     // A subtotal cell, left dirty so that the first read calculates it.
-    ParseContext pc{book, 0, 1, 2, 3, 0, 0};
+    ParseContext pc{book, 0, A1Style, 2, 3, ReferencesAsWritten, SingleCellFormula};
     Cell cell{};
     cell.row = 2;
     cell.col = 3;
     ASSERT_EQ(CompileFormula(&pc, u"=SOUS.TOTAL(9;D1:D2)", ClassCodeValue, &cell.formula),
               CompileOk);
-    ASSERT_TRUE(StoreCell(book, 0, &cell, 0, 0));
+    ASSERT_TRUE(StoreCell(book, 0, &cell, StoreOnly, KeepRowHeight));
     CellAt(&GetSheet(book, 0)->cells, 2, 3)->state = CellDirty;
   }
 };
