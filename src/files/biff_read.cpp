@@ -34,6 +34,12 @@ static RecordHandler FindHandler(const RecordEntry* table, uint32_t count, uint1
 
 // Skips records up to the EOF that closes the substream whose BOF was just read, nested ones
 // included. Returns 0 when the stream ends first.
+// The reason a substream ended without its EOF.
+static int EndedEarly(BiffLoad* load) {
+  return Fail(load, load->cursor.truncated ? "the last record runs past the end of the stream"
+                                           : "the stream ends inside a substream");
+}
+
 static int SkipSubstream(BiffLoad* load) {
   uint32_t depth = 1;
   BiffRecord record;
@@ -44,7 +50,7 @@ static int SkipSubstream(BiffLoad* load) {
       return 1;
     }
   }
-  return Fail(load, "the stream ends inside a substream");
+  return EndedEarly(load);
 }
 
 struct Dispatch {
@@ -68,7 +74,7 @@ static int RunSubstream(BiffLoad* load, const Dispatch* tables, uint32_t tableCo
     load->recordOffset = record.offset;
     if (handler && !handler(load, &record)) return 0;
   }
-  return Fail(load, "the stream ends inside a substream");
+  return EndedEarly(load);
 }
 
 static int ReadGlobals(BiffLoad* load) {
