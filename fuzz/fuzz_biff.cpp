@@ -1,0 +1,26 @@
+// Fuzzes the workbook stream reader on raw BIFF streams: whatever the bytes, the load ends with
+// success or a message, and what it left in the workbook can be listed, calculated and closed.
+#include <cstddef>
+#include <cstdint>
+
+#include "base/message.h"
+#include "files/biff_read.h"
+#include "formula/recalc.h"
+#include "model/workbook.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  if (size > (1u << 20)) return 0;
+  uint32_t book;
+  if (CreateWorkbook(u"fuzz.xls", 0, &book)) {
+    ReadBiffWorkbook(book, data, size);
+    const Workbook* wb = GetWorkbook(book);
+    for (uint32_t s = 0; s < wb->sheetCount; s++) {
+      Sheet* sheet = GetSheet(book, s);
+      for (uint32_t i = 0; i < sheet->cells.count && i < 256; i++)
+        EnsureCellText(book, s, sheet->cells.cells[i]);
+    }
+  }
+  CloseAllWorkbooks();
+  ClearLastMessage();
+  return 0;
+}
