@@ -11,6 +11,7 @@
 #include "base/message.h"
 #include "base/text.h"
 #include "files/biff_internal.h"
+#include "files/compound.h"
 #include "model/load.h"
 #include "model/workbook.h"
 
@@ -184,5 +185,21 @@ int ReadBiffWorkbook(uint32_t book, const uint8_t* stream, size_t size) {
   Workbook* wb = GetWorkbook(book);
   if (ok && load.activeTab < wb->sheetCount) wb->currentSheet = load.activeTab;
   if (!ok) TellFailure(&load);
+  return ok;
+}
+
+int ReadXlsFile(uint32_t book, const uint8_t* bytes, size_t size) {
+  static const uint8_t signature[8] = {0xD0, 0xCF, 0x11, 0xE0, 0xA1, 0xB1, 0x1A, 0xE1};
+  if (size < sizeof signature || std::memcmp(bytes, signature, sizeof signature) != 0) {
+    ShowMessage(u"Workbook not found in file", MessageOk | MessageError);
+    return 0;
+  }
+  CompoundFile compound;
+  if (!OpenCompoundBytes(&compound, bytes, size)) return 0;
+  CompoundStream stream{};
+  int ok = ReadWorkbookStream(&compound, &stream) != 0;
+  CloseCompound(&compound);
+  if (ok) ok = ReadBiffWorkbook(book, stream.data, stream.size);
+  ReleaseCompoundStream(&stream);
   return ok;
 }

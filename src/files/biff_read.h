@@ -13,6 +13,11 @@
 // the default style tables). Returns 1 on success; 0 after showing the reason.
 int ReadBiffWorkbook(uint32_t book, const uint8_t* stream, size_t size);
 
+// Reads an .xls or .xlt file held in memory: the "Workbook" or "Book" stream of its compound file
+// through ReadBiffWorkbook. Bytes that are not a compound file (the single-sheet streams of older
+// versions among them) are refused with "Workbook not found in file".
+int ReadXlsFile(uint32_t book, const uint8_t* bytes, size_t size);
+
 // The number of an RK cell: a 30-bit integer or the high 30 bits of a double, optionally /100.
 double DecodeRk(uint32_t rk);
 // The program's error code of a BIFF error byte; an unknown byte gives #N/A.
