@@ -5,9 +5,9 @@
 
 #include "base/alloc.h"
 #include "base/bytes.h"
-#include "base/codepage.h"
 #include "base/text.h"
 #include "files/biff_internal.h"
+#include "files/code_page.h"
 #include "model/names.h"
 #include "model/workbook.h"
 
@@ -101,7 +101,12 @@ static int ReadCodePage(BiffLoad* load, const BiffRecord* record) {
   if (body.overrun) return EndRecord(load, &body);
   Workbook* wb = GetWorkbook(load->book);
   wb->codePage = wb->fileCodePage = codePage;
-  if (IsValidCodePage(codePage)) load->codePage = codePage;
+  // Older files name windows-1252 and Mac Roman by numbers of their own.
+  uint32_t number = codePage == 32769 ? 1252 : codePage == 32768 ? 10000 : codePage;
+  CodePage page;
+  if (!OpenCodePage(number, &page)) return FailOutOfMemory(load);
+  CloseCodePage(&load->page);
+  load->page = page;
   return 1;
 }
 
@@ -216,7 +221,7 @@ static int ReadExternSheetEntry(BiffLoad* load, BiffBody* body) {
                                 : ExternalOtherFile;
   }
   if (entry.kind == ExternalOtherFile) {
-    entry.name = CodePageToText(load->codePage, first, length);
+    entry.name = DecodeBytes(&load->page, first, length);
     if (!entry.name) return FailOutOfMemory(load);
   }
   ExternSheetEntry* added = AppendEntry(&load->externSheets, &load->externSheetCount);
@@ -353,6 +358,7 @@ void FreeBiffLoad(BiffLoad* load) {
   Release(load->nameSheets);
   load->nameSheets = nullptr;
   load->nameSheetCount = 0;
+  CloseCodePage(&load->page);
 }
 
 const RecordEntry GlobalRecords[] = {

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "files/code_page.h"
 #include "formula/tokens.h"
 #include "model/names.h"
 #include "model/value.h"
@@ -76,7 +77,7 @@ struct SharedFormula {
 struct BiffLoad {
   uint32_t book;
   uint8_t version;  // 7 or 8
-  uint16_t codePage;
+  CodePage page;    // of the 8-bit texts of a BIFF5 file
   BiffCursor cursor;
   uint32_t sheetCount;  // BOUNDSHEETs seen
   int32_t sheet;        // the sheet whose substream is being read, -1 in the globals

@@ -175,7 +175,7 @@ int ReadBiffWorkbook(uint32_t book, const uint8_t* stream, size_t size) {
   BiffLoad load{};
   load.book = book;
   load.version = 8;
-  load.codePage = GetWorkbook(book)->codePage;
+  if (!OpenCodePage(GetWorkbook(book)->codePage, &load.page)) return 0;
   load.cursor = BiffCursor{stream, size, 0, false};
   load.sheet = -1;
   load.lastExternalBook = -1;

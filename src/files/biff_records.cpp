@@ -5,7 +5,6 @@
 
 #include "base/alloc.h"
 #include "base/bytes.h"
-#include "base/codepage.h"
 #include "files/biff_internal.h"
 #include "files/biff_read.h"
 
@@ -125,7 +124,7 @@ int EndRecord(BiffLoad* load, const BiffBody* body) {
 char16_t* ReadBiffString(BiffLoad* load, BiffBody* body, uint32_t count, bool) {
   if (load->version < 8) {
     const uint8_t* bytes = ReadBytes(body, count);
-    return bytes ? CodePageToText(load->codePage, bytes, count) : nullptr;
+    return bytes ? DecodeBytes(&load->page, bytes, count) : nullptr;
   }
   uint8_t options = ReadByte(body);
   uint32_t runs = (options & 8) ? ReadWord(body) : 0;

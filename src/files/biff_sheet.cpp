@@ -6,7 +6,6 @@
 
 #include "base/alloc.h"
 #include "base/bytes.h"
-#include "base/codepage.h"
 #include "files/biff_internal.h"
 #include "model/workbook.h"
 
@@ -220,7 +219,7 @@ static int ReadNote(BiffLoad* load, const BiffRecord* record) {
   uint16_t length = ReadWord(&body);
   if (body.overrun) return EndRecord(load, &body);
   uint32_t here = BytesLeft(&body) < length ? BytesLeft(&body) : length;
-  char16_t* text = CodePageToText(load->codePage, ReadBytes(&body, here), here);
+  char16_t* text = DecodeBytes(&load->page, ReadBytes(&body, here), here);
   if (!text) return FailOutOfMemory(load);
   Sheet* s = CurrentSheet(load);
   if (row == 0xFFFF) {

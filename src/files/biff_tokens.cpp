@@ -8,7 +8,6 @@
 
 #include "base/alloc.h"
 #include "base/bytes.h"
-#include "base/codepage.h"
 #include "base/text.h"
 #include "files/biff_internal.h"
 #include "model/names.h"
@@ -255,7 +254,7 @@ static void UpgradeArrayConstant(Upgrade* u) {
       if (u->extra + 2 > u->total) return void(u->bad = true);
       uint32_t length = s[u->extra + 1];
       if (u->extra + 2 + length > u->total) return void(u->bad = true);
-      char16_t* text = CodePageToText(u->load->codePage, s + u->extra + 2, length);
+      char16_t* text = DecodeBytes(&u->load->page, s + u->extra + 2, length);
       if (!text) return void(u->extraOut.failed = true);
       uint32_t chars = TextLength(text);
       PutByte(&u->extraOut, 2);
@@ -329,7 +328,7 @@ static uint32_t UpgradeToken(Upgrade* u, uint32_t p) {
   switch (base) {
     case ptgStr: {
       if (left < 1 || a[0] > left - 1) return 0;
-      char16_t* text = CodePageToText(u->load->codePage, a + 1, a[0]);
+      char16_t* text = DecodeBytes(&u->load->page, a + 1, a[0]);
       if (!text) return u->out.failed = true, 1;
       uint32_t chars = TextLength(text);
       bool wide = false;
