@@ -5,7 +5,7 @@
 
 #include "base/message.h"
 #include "files/biff_read.h"
-#include "formula/recalc.h"
+#include "fuzz_workbook.h"
 #include "model/workbook.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -13,12 +13,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   uint32_t book;
   if (CreateWorkbook(u"fuzz.xls", 0, &book)) {
     ReadBiffWorkbook(book, data, size);
-    const Workbook* wb = GetWorkbook(book);
-    for (uint32_t s = 0; s < wb->sheetCount; s++) {
-      Sheet* sheet = GetSheet(book, s);
-      for (uint32_t i = 0; i < sheet->cells.count && i < 256; i++)
-        EnsureCellText(book, s, sheet->cells.cells[i]);
-    }
+    ShowFirstCells(book);
   }
   CloseAllWorkbooks();
   ClearLastMessage();

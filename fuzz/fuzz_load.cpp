@@ -7,7 +7,7 @@
 
 #include "base/message.h"
 #include "files/biff_read.h"
-#include "formula/recalc.h"
+#include "fuzz_workbook.h"
 #include "model/workbook.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -16,12 +16,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   uint32_t book;
   if (CreateWorkbook(u"fuzz.xls", 0, &book)) {
     if (!ReadXlsFile(book, data, size) && !LastMessage()) std::abort();
-    const Workbook* wb = GetWorkbook(book);
-    for (uint32_t s = 0; s < wb->sheetCount; s++) {
-      Sheet* sheet = GetSheet(book, s);
-      for (uint32_t i = 0; i < sheet->cells.count && i < 256; i++)
-        EnsureCellText(book, s, sheet->cells.cells[i]);
-    }
+    ShowFirstCells(book);
   }
   CloseAllWorkbooks();
   ClearLastMessage();

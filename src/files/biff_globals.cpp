@@ -11,15 +11,6 @@
 #include "model/names.h"
 #include "model/workbook.h"
 
-// Appends one zeroed entry to a table that grows one at a time; 0 on lost memory.
-template <typename T>
-static T* AppendEntry(T** items, uint32_t* count) {
-  void* grown = Reallocate(*items, *count * sizeof(T), (*count + 1) * sizeof(T));
-  if (!grown) return nullptr;
-  *items = static_cast<T*>(grown);
-  return &(*items)[(*count)++];
-}
-
 static int ReadBoundSheet(BiffLoad* load, const BiffRecord* record) {
   BiffBody body;
   BeginBody(&body, record);

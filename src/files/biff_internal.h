@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "base/alloc.h"
 #include "files/code_page.h"
 #include "formula/tokens.h"
 #include "model/names.h"
@@ -107,6 +108,16 @@ struct BiffLoad {
   bool failureAsIs;     // the reason is the whole message (password, missing workbook)
   bool failureTold;     // the message has been shown already (lost memory)
 };
+
+// Appends one zeroed entry to a model table that grows one at a time (its block size always
+// equals its count); null on lost memory, the table then as it was.
+template <typename T>
+T* AppendEntry(T** items, uint32_t* count) {
+  void* grown = Reallocate(*items, *count * sizeof(T), (*count + 1) * sizeof(T));
+  if (!grown) return nullptr;
+  *items = static_cast<T*>(grown);
+  return &(*items)[(*count)++];
+}
 
 // Refuses the load: keeps the first reason and returns 0, so handlers `return Fail(...)`. The
 // reason is shown as damage to the file at the record being read.

@@ -11,14 +11,6 @@
 #include "model/styles.h"
 #include "model/workbook.h"
 
-template <typename T>
-static T* AppendEntry(T** items, uint32_t* count) {
-  void* grown = Reallocate(*items, *count * sizeof(T), (*count + 1) * sizeof(T));
-  if (!grown) return nullptr;
-  *items = static_cast<T*>(grown);
-  return &(*items)[(*count)++];
-}
-
 static int ReadFont(BiffLoad* load, const BiffRecord* record) {
   BiffBody body;
   BeginBody(&body, record);
