@@ -638,30 +638,58 @@ static void QueryReaderIndex(Marking* m, const DirtyFrame& frame) {
   }
 }
 
+static void BeginMarking(Marking* m) {
+  *m = Marking{};
+  m->caches = static_cast<LinkCache*>(Allocate(App.workbookCount * sizeof(LinkCache)));
+  if (m->caches) m->cacheBooks = App.workbookCount;
+}
+
+// Finds the readers of every queued range until none is left, then releases the marking.
+static void FinishMarking(Marking* m) {
+  while (m->frameCount) {
+    if (m->indexState == 0 && m->scans >= PlainScanLimit) {
+      m->indexState = BuildReaderIndex(m) ? 1 : -1;
+      if (m->indexState < 0) FreeReaderIndex(m);
+    }
+    if (m->indexState == 1) {
+      DirtyFrame frame = m->frames[--m->frameCount];
+      QueryReaderIndex(m, frame);
+      continue;
+    }
+    m->batchCount = 0;
+    while (m->frameCount && m->batchCount < ScanBatch) AddToBatch(m, m->frames[--m->frameCount]);
+    ScanForReaders(m);
+  }
+  FreeMarking(m);
+}
+
 void PropagateDirty(uint32_t book, uint32_t sheet, const Range* range) {
-  Marking m{};
-  m.caches = static_cast<LinkCache*>(Allocate(App.workbookCount * sizeof(LinkCache)));
-  if (m.caches) m.cacheBooks = App.workbookCount;
+  Marking m;
+  BeginMarking(&m);
   InvalidateIfShown(book, sheet, range);
   // The first range is always scanned, which marks every volatile cell, so the index never has
   // to know about them.
   AddToBatch(&m, DirtyFrame{book, sheet, *range});
   ScanForReaders(&m);
-  while (m.frameCount) {
-    if (m.indexState == 0 && m.scans >= PlainScanLimit) {
-      m.indexState = BuildReaderIndex(&m) ? 1 : -1;
-      if (m.indexState < 0) FreeReaderIndex(&m);
+  FinishMarking(&m);
+}
+
+void MarkReadersOfDirtyFormulas(uint32_t book) {
+  Marking m;
+  BeginMarking(&m);
+  const Workbook* wb = GetWorkbook(book);
+  for (uint32_t s = 0; s < wb->sheetCount; s++) {
+    const Sheet* sh = GetSheet(book, s);
+    if (sh->kind != SheetWorksheet) continue;
+    for (uint32_t i = 0; i < sh->cells.count; i++) {
+      const Cell* c = sh->cells.cells[i];
+      if (!c->formula.bytes || c->state != CellDirty) continue;
+      uint32_t step = m.frameCapacity ? m.frameCapacity : 16;
+      if (!GrowArray(&m.frames, &m.frameCapacity, m.frameCount + 1, step)) break;
+      m.frames[m.frameCount++] = DirtyFrame{book, s, Range{c->row, c->row, c->col, c->col}};
     }
-    if (m.indexState == 1) {
-      DirtyFrame frame = m.frames[--m.frameCount];
-      QueryReaderIndex(&m, frame);
-      continue;
-    }
-    m.batchCount = 0;
-    while (m.frameCount && m.batchCount < ScanBatch) AddToBatch(&m, m.frames[--m.frameCount]);
-    ScanForReaders(&m);
   }
-  FreeMarking(&m);
+  FinishMarking(&m);
 }
 
 void MarkDependents(uint32_t book, uint32_t sheet, Cell* cell, int markSelf) {

@@ -13,6 +13,9 @@
 
 // Marks everything that reads `range` of (book, sheet) dirty, transitively.
 void PropagateDirty(uint32_t book, uint32_t sheet, const Range* range);
+// Marks the readers of every dirty formula of `book`'s worksheets, transitively, in one marking:
+// the end of a load, where many cells may start dirty at once.
+void MarkReadersOfDirtyFormulas(uint32_t book);
 // Marks every volatile formula cell of the current workbook's worksheets dirty.
 void RefreshVolatiles();
 // Marks every formula cell of one sheet of the current workbook dirty, without scanning.

@@ -42,7 +42,9 @@ bool EqualTokens(const FormulaTokens* a, const FormulaTokens* b) {
   return std::memcmp(a->bytes, b->bytes, size) == 0;
 }
 
-// Bytes after the sub-type byte of the extended token.
+// Bytes after the sub-type byte of the extended token: four for every kind the format defines
+// (files hold, for instance, a radical token of kind 10 followed at once by the next token after
+// four bytes), none for the others.
 static uint32_t ExtendedOperandLength(uint8_t subType) {
   switch (subType) {
     case 1:
@@ -50,16 +52,15 @@ static uint32_t ExtendedOperandLength(uint8_t subType) {
     case 3:
     case 6:
     case 7:
+    case 10:
+    case 11:
     case 12:
     case 13:
     case 14:
     case 15:
     case 16:
     case 29:
-      return 5;
-    case 10:
-    case 11:
-      return 14;
+      return 4;
     default:
       return 0;
   }
@@ -332,6 +333,7 @@ int ValidateTokens(const FormulaTokens* tokens, int32_t context, const char** re
       case ptgExp:
       case ptgTbl:
       case ptgExtended:
+      case ptgMemFunc:  // marks the sub-expression behind it, which pushes the value
         break;
       default:  // every other token is an operand
         push = 1;
