@@ -700,8 +700,6 @@ void RecalculateWorkbook() {
 // ---------------------------------------------------------------------------------------------
 // Display text
 
-// The text of a value in the General style: booleans and errors by name, numbers in 15
-// significant digits. The number format engine takes over here once it exists.
 // The text a cell shows. Texts show as they are, booleans and errors by their names, and numbers
 // through the cell's number format.
 static char16_t* DisplayText(uint32_t book, uint32_t sheet, Cell* cell, const TextMeasure* measure,

@@ -9,8 +9,8 @@
 struct EvalContext;
 
 struct DefinedName {
-  uint16_t options;  // bit 0 hidden, bit 1 function, bit 3 macro command
-  uint8_t keyCode;
+  uint16_t options;     // bit 0 hidden, bit 1 function, bit 3 macro command
+  uint8_t keyCode;      // shortcut key of a macro command, read once macros run from the keyboard
   uint16_t localSheet;  // 0 global, else 1-based sheet index
   char16_t* name;       // owned
   FormulaTokens formula;

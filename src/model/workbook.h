@@ -43,8 +43,9 @@ struct ArrayFormula {
   FormulaTokens formula;  // kept empty: the cells of the block carry the formula
 };
 
-// Records owned by a sheet whose contents belong to later subsystems; the sheet only owns and
-// frees them through the release hooks below.
+// Records owned by a sheet whose contents belong to later subsystems (autofilter, drawing
+// objects, validation, conditional formats, page setup). Each stays null and zero until its
+// subsystem arrives and fills it from files, and frees it in FreeSheet.
 struct DrawObject;
 struct FilterColumn;
 struct ValidationRule;
@@ -66,7 +67,7 @@ struct Sheet {
   uint8_t paneLeftCol;
   uint16_t frozenRow;
   uint8_t frozenCol;
-  uint16_t topRow, bottomRow;
+  uint16_t topRow, bottomRow;  // the cells in the window: bottom and right set by the shell
   uint8_t leftCol, rightCol;
   uint16_t activeRow;
   uint8_t activeCol;
@@ -112,7 +113,7 @@ struct Workbook {
   Sheet** sheets;
   uint32_t currentSheet;
   int32_t date1904;
-  void* defaultFontHandle;
+  void* defaultFontHandle;  // the shell's realised default font, once the shell draws cells
   int32_t showHorizontalScrollBar;
   int32_t showVerticalScrollBar;
   int32_t showSheetTabs;
@@ -120,7 +121,7 @@ struct Workbook {
   ExternalBook* externalBooks;
   uint32_t sheetLinkCount;
   SheetLink* sheetLinks;
-  int32_t hiddenForLinks;
+  int32_t hiddenForLinks;  // opened quietly to serve links: set once LoadWorkbookForLinks loads
 };
 
 struct Application {
