@@ -36,13 +36,13 @@ static int Refuse(const char* message) {
 
 int RunEval(int argc, char** argv) {
   CliOptions options;
-  if (!ReadCliOptions(argc, argv, &options, "eval", 0, 0)) return 2;
+  if (!ReadCliOptions(argc, argv, &options, "eval", CliLocaleOnly)) return 2;
   if (options.positionalCount != 1) {
     std::fputs("usage: tessarel-cli eval [--locale fr-FR|en-US] 'FORMULA'\n", stderr);
     return 2;
   }
   uint32_t book;
-  if (!CreateWorkbook(nullptr, 0, &book)) return Refuse("out of memory");
+  if (!CreateWorkbook(nullptr, NoViewUpdate, &book)) return Refuse("out of memory");
   char16_t* text = FormulaArgument(options.positional[0]);
   if (!text) return Refuse("out of memory");
   ParseContext ctx{book, 0, A1Style, 0, 0, ReferencesAsWritten, SingleCellFormula};

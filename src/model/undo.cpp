@@ -577,7 +577,7 @@ static void ReverseDeleteSheet(UndoRecord* r) {
 static void ReverseDeleteChartSheet(UndoRecord* r) {
   // The chart itself is copied back here once charts exist; until then the sheet returns empty.
   if (r->sheet > GetWorkbook(r->book)->sheetCount) return;
-  if (InsertSheet(r->book, r->sheet, r->sheetName, SheetChart, 0, 0))
+  if (InsertSheet(r->book, r->sheet, r->sheetName, SheetChart, NotUndoable, NoViewUpdate))
     GetSheet(r->book, r->sheet)->hidden = r->hidden;
 }
 

@@ -144,6 +144,10 @@ inline bool SheetHasCells(const Sheet* s) {
   return (s->kind & SheetWithCells) != 0;
 }
 
+// Values of the flags of CreateWorkbook and InsertSheet.
+enum : int { NotUndoable = 0, Undoable = 1 };
+enum : int { NoViewUpdate = 0, WithViewUpdate = 1 };
+
 // Creates a workbook at the end of the array and makes it current; a null path generates
 // "Classeur%d". Returns 0 on failure, leaving the array as it was. `updateView` (here and in
 // InsertSheet) waits for the desktop shell, which will refresh its window; nothing reads it yet.
