@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "base/alloc.h"
+#include "base/check.h"
 #include "base/text.h"
 #include "cli/verbs.h"
 #include "formula/parser.h"
@@ -66,8 +67,9 @@ int RunEval(int argc, char** argv) {
   }
   uint32_t index;
   CellArray* cells = &GetSheet(book, 0)->cells;
-  if (!FindCell(cells, 0, 0, &index) || !EnsureCellText(book, 0, cells->cells[index]))
-    return Refuse("out of memory");
+  bool stored = FindCell(cells, 0, 0, &index);
+  DEBUG_ASSERT(stored);
+  if (!stored || !EnsureCellText(book, 0, cells->cells[index])) return Refuse("out of memory");
   const char16_t* shown = cells->cells[index]->text;
   std::printf("%s\n", TextToUtf8(shown ? shown : u"").c_str());
   CloseAllWorkbooks();
