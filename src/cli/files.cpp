@@ -37,7 +37,7 @@ static void KeepLoadedValues(uint32_t book) {
 
 int RunCells(int argc, char** argv) {
   CliOptions options;
-  if (!ReadCliOptions(argc, argv, &options, "cells", 1, 1)) return 2;
+  if (!ReadCliOptions(argc, argv, &options, "cells", CliRecalcOption | CliSheetOption)) return 2;
   if (options.positionalCount != 1) {
     std::fputs("usage: tessarel-cli cells [--recalc] [--sheet N] [--locale fr-FR|en-US] FILE\n",
                stderr);
@@ -67,7 +67,7 @@ int RunCells(int argc, char** argv) {
 
 int RunConvert(int argc, char** argv) {
   CliOptions options;
-  if (!ReadCliOptions(argc, argv, &options, "convert", 0, 0)) return 2;
+  if (!ReadCliOptions(argc, argv, &options, "convert", CliLocaleOnly)) return 2;
   if (options.positionalCount != 2) {
     std::fputs("usage: tessarel-cli convert [--locale fr-FR|en-US] IN OUT\n", stderr);
     return 2;

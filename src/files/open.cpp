@@ -147,7 +147,7 @@ int LoadWorkbookFile(const char16_t* path, const char16_t* delimiter, LoadReport
     return 0;
   }
   uint32_t book;
-  if (!CreateWorkbook(path, 0, &book)) {
+  if (!CreateWorkbook(path, NoViewUpdate, &book)) {
     Release(bytes);
     return 0;
   }

@@ -16,6 +16,7 @@
 
 #include "base/alloc.h"
 #include "base/bytes.h"
+#include "base/check.h"
 #include "base/text.h"
 #include "formula/operators.h"
 #include "model/hooks.h"
@@ -47,6 +48,7 @@ struct Machine {
   uint32_t capacity;
   Value* slots;
   int lostMemory;  // a push failed: the evaluation ends with #N/A
+  bool sound;      // the tokens pass ValidateTokens, so the stack never runs dry (debug builds)
   Value abortSignal;
 };
 
@@ -63,14 +65,17 @@ static void Push(Machine* m, Value v) {
   m->slots[m->count++] = v;
 }
 
-// The top value, handed over to the caller; a missing operand reads as #VALUE!.
+// The top value, handed over to the caller; a missing operand of an unsound string reads as
+// #VALUE!.
 static Value Pop(Machine* m) {
+  DEBUG_ASSERT(m->count || !m->sound);
   if (m->count == 0) return ErrorValue(ErrValue);
   return m->slots[--m->count];
 }
 
 // The top slot, which stays on the stack; a #VALUE! is pushed first if the stack is empty.
 static Value* Top(Machine* m) {
+  DEBUG_ASSERT(m->count || !m->sound);
   if (m->count == 0) Push(m, ErrorValue(ErrValue));
   return m->count ? &m->slots[m->count - 1] : nullptr;
 }
@@ -1037,6 +1042,10 @@ int Evaluate(const FormulaTokens* tokens, Value* result, const EvalContext* ctx)
   m.extra = tokens->length;
   m.extraEnd = static_cast<uint32_t>(tokens->length) + tokens->extraLength;
   m.ctx = ctx;
+#ifndef NDEBUG
+  // Strings from the parser and from checked files are sound; tests also run broken ones.
+  m.sound = ValidateTokens(tokens, TokensForCell, nullptr) != 0;
+#endif
   uint32_t position = 0;
   while (position < m.length && !m.lostMemory) {
     uint32_t end = TokenEnd(m.bytes, position, m.length);
@@ -1056,6 +1065,7 @@ int Evaluate(const FormulaTokens* tokens, Value* result, const EvalContext* ctx)
     if (next > end) SkipExtraBetween(&m, end, next);
     position = next;
   }
+  DEBUG_ASSERT(m.lostMemory || m.count == 1 || !m.sound);
   if (m.lostMemory)
     *result = ErrorValue(ErrNA);
   else if (m.count)

@@ -320,7 +320,7 @@ static int32_t SkipOperand(const ParseContext* ctx, const char16_t* text, int32_
   p = SkipBlanks(text, p, end);
   while (p < end && IsSign(text[p])) p++;
   if (p >= end) return end;
-  ScanState state{0, 0, 1};
+  ScanState state{.depth = 0, .tooDeep = 0, .lookAhead = 1};
   int32_t q = ScanOperand(ctx, &state, text, p, end, nullptr);
   if (q <= p) return -1;
   return OperatorAfterBlanks(text, q, end);

@@ -211,7 +211,7 @@ int32_t ParseCall(Emitter* e, const FunctionEntry* entry, int isAddIn, int32_t p
     p++;
   } else {
     for (;;) {
-      ScanState state{0, 0, 1};
+      ScanState state{.depth = 0, .tooDeep = 0, .lookAhead = 1};
       int32_t q = ScanExpressionAt(ctx, &state, text, p, end, 0, nullptr);
       if (q < 0 || q >= end) return Refuse(e, CompileSyntaxError);
       char letter = argc < letters ? args[argc] : 0;

@@ -728,8 +728,6 @@ void RecalculateWorkbook() {
 // ---------------------------------------------------------------------------------------------
 // Display text
 
-// The text of a value in the General style: booleans and errors by name, numbers in 15
-// significant digits. The number format engine takes over here once it exists.
 // A number with no text under its format (a date outside the calendar) shows as "#" across the
 // cell's width, or as one "#" where no width is known.
 static char16_t* HashFill(const TextMeasure* measure, int32_t availableWidth) {

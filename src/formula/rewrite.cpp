@@ -102,13 +102,7 @@ void AdjustReference(const Range* source, int32_t rowDelta, int32_t colDelta, Ra
 // True when 3-D link `link` of `book` is a link of the workbook to itself spanning exactly
 // `blockSheet`. Links to other files are never resolved here, since that could load a workbook.
 static bool LinkIsBlockSheet(uint32_t book, uint32_t link, uint32_t blockSheet) {
-  const Workbook* wb = GetWorkbook(book);
-  if (link >= wb->sheetLinkCount) return false;
-  int32_t external = wb->sheetLinks[link].bookIndex;
-  if (external < 0 || static_cast<uint32_t>(external) >= wb->externalBookCount ||
-      wb->externalBooks[external].kind != ExternalSelf) {
-    return false;
-  }
+  if (!IsSelfLink(book, link)) return false;
   ResolvedLink resolved{book, 0, 0, 0};
   if (!ResolveLink(static_cast<int32_t>(link), &resolved)) return false;
   return resolved.book == book && resolved.firstSheet == static_cast<int32_t>(blockSheet) &&

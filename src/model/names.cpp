@@ -277,6 +277,14 @@ static int SheetOfLinkedBook(const ExternalBook* external, uint32_t book, int16_
   return *sheet >= 0;
 }
 
+bool IsSelfLink(uint32_t book, uint32_t link) {
+  const Workbook* wb = GetWorkbook(book);
+  if (link >= wb->sheetLinkCount) return false;
+  int16_t external = wb->sheetLinks[link].bookIndex;
+  return external >= 0 && static_cast<uint32_t>(external) < wb->externalBookCount &&
+         wb->externalBooks[external].kind == ExternalSelf;
+}
+
 int ResolveLink(int32_t linkIndex, ResolvedLink* inOut) {
   if (inOut->fromBook >= App.workbookCount) return 0;
   const Workbook* wb = GetWorkbook(inOut->fromBook);
@@ -383,11 +391,8 @@ void RenumberForInsertedSheet(uint32_t book, uint32_t position, int32_t kind) {
   }
   if (!(kind & SheetWithCells)) return;
   for (uint32_t i = 0; i < wb->sheetLinkCount; i++) {
+    if (!IsSelfLink(book, i)) continue;
     SheetLink* link = &wb->sheetLinks[i];
-    if (link->bookIndex < 0 || static_cast<uint32_t>(link->bookIndex) >= wb->externalBookCount ||
-        wb->externalBooks[link->bookIndex].kind != ExternalSelf) {
-      continue;
-    }
     RaiseIfBehind(&link->firstSheet, position);
     RaiseIfBehind(&link->lastSheet, position);
   }
@@ -414,11 +419,8 @@ void RenumberForDeletedSheet(uint32_t book, uint32_t position, int32_t kind) {
   }
   if (!(kind & SheetWithCells)) return;
   for (uint32_t i = 0; i < wb->sheetLinkCount; i++) {
+    if (!IsSelfLink(book, i)) continue;
     SheetLink* link = &wb->sheetLinks[i];
-    if (link->bookIndex < 0 || static_cast<uint32_t>(link->bookIndex) >= wb->externalBookCount ||
-        wb->externalBooks[link->bookIndex].kind != ExternalSelf) {
-      continue;
-    }
     if (link->firstSheet == static_cast<int16_t>(position) &&
         link->lastSheet == static_cast<int16_t>(position)) {
       link->firstSheet = link->lastSheet = DeletedSheet;

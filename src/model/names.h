@@ -9,8 +9,8 @@
 struct EvalContext;
 
 struct DefinedName {
-  uint16_t options;  // bit 0 hidden, bit 1 function, bit 3 macro command
-  uint8_t keyCode;
+  uint16_t options;     // bit 0 hidden, bit 1 function, bit 3 macro command
+  uint8_t keyCode;      // shortcut key of a macro command, read once macros run from the keyboard
   uint16_t localSheet;  // 0 global, else 1-based sheet index
   char16_t* name;       // owned
   FormulaTokens formula;
@@ -101,6 +101,8 @@ int FindOrAddSheetLink(uint32_t book, int16_t externalBook, int16_t firstSheet, 
 int FindOrAddExternalName(uint32_t book, uint32_t externalBook, const char16_t* name,
                           uint16_t field, uint32_t* index);
 int ResolveLink(int32_t linkIndex, ResolvedLink* inOut);
+// True when sheet link `link` of `book` exists and points into the workbook itself.
+bool IsSelfLink(uint32_t book, uint32_t link);
 // Finds the open workbook with the same leaf file name as `external`, or loads it hidden.
 int OpenLinkedBook(uint32_t fromBook, const ExternalBook* external, uint32_t* book);
 void FreeLinks(uint32_t book);

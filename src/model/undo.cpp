@@ -556,15 +556,12 @@ static void ReverseRowsColumns(UndoRecord* r) {
 static void ReverseDeleteSheet(UndoRecord* r) {
   Workbook* wb = GetWorkbook(r->book);
   if (r->sheet > wb->sheetCount) return;
-  if (!InsertSheet(r->book, r->sheet, r->sheetName, r->sheetKind, 0, 0)) return;
+  if (!InsertSheet(r->book, r->sheet, r->sheetName, r->sheetKind, NotUndoable, NoViewUpdate))
+    return;
   wb = GetWorkbook(r->book);
   wb->sheets[r->sheet]->hidden = r->hidden;
   for (uint32_t i = 0; i < r->linkCount && i < wb->sheetLinkCount; i++) {
-    int16_t external = wb->sheetLinks[i].bookIndex;
-    if (external >= 0 && static_cast<uint32_t>(external) < wb->externalBookCount &&
-        wb->externalBooks[external].kind == ExternalSelf) {
-      wb->sheetLinks[i] = r->links[i];
-    }
+    if (IsSelfLink(r->book, i)) wb->sheetLinks[i] = r->links[i];
   }
   for (uint32_t i = 0; i < r->localCount && i < wb->nameCount; i++)
     wb->names[i].localSheet = r->localSheets[i];
@@ -577,7 +574,7 @@ static void ReverseDeleteSheet(UndoRecord* r) {
 static void ReverseDeleteChartSheet(UndoRecord* r) {
   // The chart itself is copied back here once charts exist; until then the sheet returns empty.
   if (r->sheet > GetWorkbook(r->book)->sheetCount) return;
-  if (InsertSheet(r->book, r->sheet, r->sheetName, SheetChart, 0, 0))
+  if (InsertSheet(r->book, r->sheet, r->sheetName, SheetChart, NotUndoable, NoViewUpdate))
     GetSheet(r->book, r->sheet)->hidden = r->hidden;
 }
 

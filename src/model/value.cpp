@@ -35,6 +35,11 @@ const char16_t* BooleanText(bool value) {
   return value ? TrueText : FalseText;
 }
 
+// An array holds numbers, texts, booleans, errors and blanks: of these only a text owns a block.
+[[maybe_unused]] static bool IsArrayElement(const Value& e) {
+  return e.tag != ValueArray && e.tag != ValueRefList;
+}
+
 void FreeValue(Value* v) {
   switch (v->tag) {
     case ValueText:
@@ -46,8 +51,10 @@ void FreeValue(Value* v) {
     case ValueArray:
       if (v->elements) {
         uint32_t n = static_cast<uint32_t>(v->rows) * v->columns;
-        for (uint32_t i = 0; i < n; i++)
+        for (uint32_t i = 0; i < n; i++) {
+          DEBUG_ASSERT(IsArrayElement(v->elements[i]));
           if (v->elements[i].tag == ValueText) Release(v->elements[i].text);
+        }
         Release(v->elements);
       }
       break;
@@ -115,6 +122,7 @@ int CopyValue(Value* target, const Value* source) {
       target->elements = static_cast<Value*>(Allocate(sizeof(Value) * n));
       if (!target->elements) break;
       for (uint32_t i = 0; i < n; i++) {
+        DEBUG_ASSERT(IsArrayElement(source->elements[i]));
         target->elements[i] = source->elements[i];
         if (source->elements[i].tag == ValueText &&
             !DuplicateText(&target->elements[i].text, source->elements[i].text)) {

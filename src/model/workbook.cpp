@@ -167,7 +167,7 @@ int CreateWorkbook(const char16_t* path, int updateView, uint32_t* book) {
   wb->showVerticalScrollBar = 1;
   wb->showSheetTabs = 1;
   ok = ok && BuildDefaultStyles(index);
-  ok = ok && InsertSheet(index, 0, nullptr, SheetWorksheet, 0, updateView);
+  ok = ok && InsertSheet(index, 0, nullptr, SheetWorksheet, NotUndoable, updateView);
   if (!ok) {
     FreeWorkbookContents(GetWorkbook(index), index);
     App.workbookCount--;
