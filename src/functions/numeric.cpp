@@ -81,3 +81,13 @@ int ListVariance(const double* x, uint32_t count, int sample, int root, double* 
   for (uint32_t i = 0; i < count; i++) AddToMoments(&m, x[i]);
   return MomentsVariance(&m, sample, root, out);
 }
+
+int ReadNumbers(Value* args, int count, double* out, Value* result, const EvalContext* ctx) {
+  for (int i = 0; i < count; i++)
+    if (args[i].tag != ValueEmpty && !NumberFromArg(&args[i], result, ctx, &out[i])) return 0;
+  return 1;
+}
+
+void GiveNumber(Value* result, double x) {
+  *result = std::isfinite(x) ? NumberValue(x) : ErrorValue(ErrNum);
+}
