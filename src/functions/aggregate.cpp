@@ -46,7 +46,7 @@ int VisitRangeValue(const Walk* w, const Value* v) {
       if (!v->text) return Fail(w, ErrNA);
       return (w->flags & WalkTextInRanges) ? Visit(w, 0.0) : 1;
     case ValueError:
-      return Fail(w, v->error);
+      return (w->flags & WalkErrorsInRanges) ? Visit(w, 0.0) : Fail(w, v->error);
     default:
       return 1;
   }

@@ -19,6 +19,7 @@ enum WalkFlags : uint32_t {
   WalkLogicalInRanges = 1,  // booleans in references and arrays are visited as 1 or 0
   WalkTextInRanges = 2,     // texts in references and arrays are visited as 0
   WalkSkipErrors = 4,       // errors, and direct texts that are not numbers, are passed over
+  WalkErrorsInRanges = 8,   // errors in references and arrays are visited as 0 (for counting)
 };
 
 // Walks the 30-slot frame `args`, which it may change in place. Returns 1 when the walk went to
