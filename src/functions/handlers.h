@@ -210,3 +210,9 @@ void FnTauxNominal(Value* args, Value* result, const EvalContext* ctx);
 void FnPrixDec(Value* args, Value* result, const EvalContext* ctx);
 void FnPrixFrac(Value* args, Value* result, const EvalContext* ctx);
 void FnVcPaiements(Value* args, Value* result, const EvalContext* ctx);
+
+// regression.cpp
+void FnDroiteReg(Value* args, Value* result, const EvalContext* ctx);
+void FnLogReg(Value* args, Value* result, const EvalContext* ctx);
+void FnTendance(Value* args, Value* result, const EvalContext* ctx);
+void FnCroissance(Value* args, Value* result, const EvalContext* ctx);

@@ -20,14 +20,18 @@ struct Expected {
 struct FormulaTest : HandlerTest {
   void SetUp() override { Open({}); }
 
-  // The value of `formula`, or #NAME? when it does not compile; the caller releases it.
-  Value Evaluated(const char16_t* formula) {
-    ParseContext pc{book, 0, 1, 20, 20, 0, 0};
+  // The value of `formula`, or #NAME? when it does not compile; the caller releases it. An
+  // array formula keeps the whole array that it gives.
+  Value Evaluated(const char16_t* formula, int arrayFormula = 0) {
+    ParseContext pc{book, 0, 1, 20, 20, 0, arrayFormula};
     FormulaTokens tokens{};
     Value v = ErrorValue(ErrName);
-    if (CompileFormula(&pc, formula, ClassCodeValue, &tokens) == CompileOk) {
+    EvalContext at = ctx;
+    at.arrayMode = arrayFormula;
+    if (CompileFormula(&pc, formula, arrayFormula ? ClassCodeArray : ClassCodeValue, &tokens) ==
+        CompileOk) {
       v = Value{};
-      Evaluate(&tokens, &v, &ctx);
+      Evaluate(&tokens, &v, &at);
     }
     FreeTokens(&tokens);
     return v;

@@ -124,7 +124,7 @@ TEST_F(StatisticsTest, PairsOfArraysAndTests) {
 }
 
 TEST_F(StatisticsTest, FrequenceCountsIntoTheBinsInTheirOwnOrder) {
-  Value v = Evaluated(u"=FREQUENCE(A1:A8;{5;3})");
+  Value v = Evaluated(u"=FREQUENCE(A1:A8;{5;3})", 1);
   EXPECT_EQ(Show(v), "a3x1{n:5,n:1,n:2}");
   FreeValue(&v);
 }
