@@ -161,6 +161,27 @@ int WalkArrayNumbers(const Value* array, uint32_t flags, NumberVisitor visit, vo
   return WalkArray(&w, array);
 }
 
+static int AppendVisited(double x, void* state) {
+  return AppendNumber(static_cast<NumberList*>(state), x);
+}
+
+int GatherNumbers(Value* args, const EvalContext* ctx, uint32_t flags, NumberList* list,
+                  Value* result) {
+  Value error{};
+  if (WalkNumbersWith(args, ctx, flags, AppendVisited, list, &error)) return 1;
+  *result = error.tag == ValueEmpty ? ErrorValue(ErrNA) : error;
+  FreeNumberList(list);
+  return 0;
+}
+
+int GatherArgumentNumbers(Value* arg, const EvalContext* ctx, NumberList* list, Value* result) {
+  Value frame[FunctionFrameSize] = {*arg};
+  *arg = Value{};
+  int ok = GatherNumbers(frame, ctx, WalkPlain, list, result);
+  FreeValue(&frame[0]);
+  return ok;
+}
+
 void ReduceToScalar(Value* v, const EvalContext* ctx) {
   if (v->tag == ValueRef || v->tag == ValueRefList) ImplicitIntersect(v, ctx);
   if (v->tag == ValueArray) ArrayElementForCell(v, ctx);

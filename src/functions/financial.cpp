@@ -109,25 +109,6 @@ double XirrSum(double r, const void* state) {
   return sum;
 }
 
-int AppendVisited(double x, void* state) {
-  return AppendNumber(static_cast<NumberList*>(state), x);
-}
-
-// The numbers of one argument, a reference or an array, row by row. Returns 0 with the error in
-// `result`.
-int GatherValues(Value* arg, const EvalContext* ctx, NumberList* list, Value* result) {
-  Value frame[FunctionFrameSize] = {*arg};
-  *arg = Value{};
-  Value error{};
-  int ok = WalkNumbers(frame, ctx, AppendVisited, list, &error);
-  FreeValue(&frame[0]);
-  if (!ok) {
-    *result = error.tag == ValueEmpty ? ErrorValue(ErrNA) : error;
-    FreeNumberList(list);
-  }
-  return ok;
-}
-
 bool HasBothSigns(const NumberList* v) {
   bool positive = false, negative = false;
   for (uint32_t i = 0; i < v->count; i++) {
@@ -141,8 +122,8 @@ bool HasBothSigns(const NumberList* v) {
 // Returns 0 with the error in `result`.
 int GatherSchedule(Value* values, Value* dates, const EvalContext* ctx, Schedule* s,
                    Value* result) {
-  if (!GatherValues(values, ctx, &s->values, result)) return 0;
-  if (!GatherValues(dates, ctx, &s->dates, result)) return 0;
+  if (!GatherArgumentNumbers(values, ctx, &s->values, result)) return 0;
+  if (!GatherArgumentNumbers(dates, ctx, &s->dates, result)) return 0;
   if (s->values.count != s->dates.count || s->values.count == 0) {
     Refuse(result);
     return 0;
@@ -314,7 +295,7 @@ void FnTri(Value* args, Value* result, const EvalContext* ctx) {
   double guess = 0.1;
   if (args[0].tag == ValueNumber) return Refuse(result);
   NumberList values{};
-  if (!GatherValues(&args[0], ctx, &values, result)) return;
+  if (!GatherArgumentNumbers(&args[0], ctx, &values, result)) return;
   if (args[1].tag != ValueEmpty && !NumberFromArg(&args[1], result, ctx, &guess)) {
     FreeNumberList(&values);
     return;
@@ -355,7 +336,7 @@ void FnVanPaiements(Value* args, Value* result, const EvalContext* ctx) {
 void FnTrim(Value* args, Value* result, const EvalContext* ctx) {
   double finance, reinvest;
   NumberList values{};
-  if (!GatherValues(&args[0], ctx, &values, result)) return;
+  if (!GatherArgumentNumbers(&args[0], ctx, &values, result)) return;
   if (NumberFromArg(&args[1], result, ctx, &finance) &&
       NumberFromArg(&args[2], result, ctx, &reinvest)) {
     // Positive values carried to the end at the reinvestment rate, negative ones brought back to
@@ -529,7 +510,7 @@ void FnVcPaiements(Value* args, Value* result, const EvalContext* ctx) {
   double principal;
   NumberList rates{};
   if (!NumberFromArg(&args[0], result, ctx, &principal) ||
-      !GatherValues(&args[1], ctx, &rates, result))
+      !GatherArgumentNumbers(&args[1], ctx, &rates, result))
     return;
   for (uint32_t i = 0; i < rates.count; i++) principal *= 1 + rates.items[i];
   GiveNumber(result, principal);

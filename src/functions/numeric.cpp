@@ -42,6 +42,13 @@ int NumberFromArg(Value* a, Value* result, const EvalContext* ctx, double* out) 
   return 0;
 }
 
+int ArrayArg(Value* a, Value* result, const EvalContext* ctx) {
+  CoerceValue(a, ValueArray, ctx);
+  if (a->tag == ValueArray && a->elements) return 1;
+  *result = a->tag == ValueError ? *a : ErrorValue(ErrValue);
+  return 0;
+}
+
 int AppendNumber(NumberList* list, double x) {
   if (!GrowArray(&list->items, &list->capacity, list->count + 1, 64)) return 0;
   list->items[list->count++] = x;

@@ -38,6 +38,13 @@ int Determinant(const double* m, uint32_t n, double* out);
 // `result` when it does not convert.
 int NumberFromArg(Value* a, Value* result, const EvalContext* ctx, double* out);
 
+// The same for an argument that must be an array: converts `a` in place, and returns 0 with the
+// error in `result` (#VALUE! for what cannot be an array) when it does not convert.
+int ArrayArg(Value* a, Value* result, const EvalContext* ctx);
+inline uint32_t ElementCount(const Value* array) {
+  return uint32_t{array->rows} * array->columns;
+}
+
 // A growable block of doubles gathered from arguments.
 struct NumberList {
   double* items;

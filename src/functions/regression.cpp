@@ -176,12 +176,8 @@ void FreeData(Data* d) {
 
 // Makes `a` an array of numbers only. Returns 0 with the error in `result`.
 int NumberArray(Value* a, Value* result, const EvalContext* ctx) {
-  CoerceValue(a, ValueArray, ctx);
-  if (a->tag != ValueArray || !a->elements) {
-    *result = a->tag == ValueError ? *a : ErrorValue(ErrValue);
-    return 0;
-  }
-  for (uint32_t i = 0; i < uint32_t{a->rows} * a->columns; i++) {
+  if (!ArrayArg(a, result, ctx)) return 0;
+  for (uint32_t i = 0; i < ElementCount(a); i++) {
     if (a->elements[i].tag == ValueNumber) continue;
     *result = a->elements[i].tag == ValueError ? a->elements[i] : ErrorValue(ErrValue);
     return 0;

@@ -57,6 +57,17 @@ double BetaSeries(double x, double a, double b) {
   return std::exp(a * std::log(x) - LogBeta(a, b)) * sum;
 }
 
+// One term of a continued fraction 1 / (1 + aa / (1 + ...)) by the modified Lentz method: updates
+// the running ratios c and d, and returns the factor by which the value changes.
+double LentzStep(double aa, double* c, double* d) {
+  *d = 1 + aa * *d;
+  if (std::fabs(*d) < Tiny) *d = Tiny;
+  *c = 1 + aa / *c;
+  if (std::fabs(*c) < Tiny) *c = Tiny;
+  *d = 1 / *d;
+  return *d * *c;
+}
+
 // I_x(a, b) by its continued fraction, evaluated by the modified Lentz method; it converges fast
 // for x below (a + 1) / (a + b + 2), the caller exchanging the parameters otherwise. The number
 // of terms grows as the square root of the larger parameter.
@@ -68,20 +79,8 @@ double BetaFraction(double x, double a, double b) {
   double h = d;
   for (int m = 1; m < 1000000; m++) {
     int m2 = 2 * m;
-    double aa = m * (b - m) * x / ((qam + m2) * (a + m2));
-    d = 1 + aa * d;
-    if (std::fabs(d) < Tiny) d = Tiny;
-    c = 1 + aa / c;
-    if (std::fabs(c) < Tiny) c = Tiny;
-    d = 1 / d;
-    h *= d * c;
-    aa = -(a + m) * (qab + m) * x / ((a + m2) * (qap + m2));
-    d = 1 + aa * d;
-    if (std::fabs(d) < Tiny) d = Tiny;
-    c = 1 + aa / c;
-    if (std::fabs(c) < Tiny) c = Tiny;
-    d = 1 / d;
-    double step = d * c;
+    h *= LentzStep(m * (b - m) * x / ((qam + m2) * (a + m2)), &c, &d);
+    double step = LentzStep(-(a + m) * (qab + m) * x / ((a + m2) * (qap + m2)), &c, &d);
     h *= step;
     if (std::fabs(step - 1) <= Epsilon) break;
   }

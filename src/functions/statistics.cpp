@@ -23,31 +23,8 @@ int CompareDoubles(const void* a, const void* b) {
   return x < y ? -1 : x > y ? 1 : 0;
 }
 
-int AppendVisited(double x, void* state) {
-  return AppendNumber(static_cast<NumberList*>(state), x);
-}
-
-// Gathers the numbers of the frame into `list`. Returns 0 with the error in `result`: the one
-// that ended the walk, or #N/A when memory ran out.
-int Gather(Value* args, const EvalContext* ctx, uint32_t flags, NumberList* list, Value* result) {
-  Value error{};
-  if (WalkNumbersWith(args, ctx, flags, AppendVisited, list, &error)) return 1;
-  *result = error.tag == ValueEmpty ? ErrorValue(ErrNA) : error;
-  FreeNumberList(list);
-  return 0;
-}
-
-// Gathers one argument alone, as the first slot of a frame of its own.
-int GatherOne(Value* arg, const EvalContext* ctx, NumberList* list, Value* result) {
-  Value frame[FunctionFrameSize] = {*arg};
-  *arg = Value{};
-  int ok = Gather(frame, ctx, WalkPlain, list, result);
-  FreeValue(&frame[0]);
-  return ok;
-}
-
 int GatherSorted(Value* arg, const EvalContext* ctx, NumberList* list, Value* result) {
-  if (!GatherOne(arg, ctx, list, result)) return 0;
+  if (!GatherArgumentNumbers(arg, ctx, list, result)) return 0;
   if (list->count) std::qsort(list->items, list->count, sizeof(double), CompareDoubles);
   return 1;
 }
@@ -166,17 +143,6 @@ void KthValue(Value* args, Value* result, const EvalContext* ctx, int largest) {
 struct Pairs {
   NumberList x, y;
 };
-
-int ArrayArg(Value* a, Value* result, const EvalContext* ctx) {
-  CoerceValue(a, ValueArray, ctx);
-  if (a->tag == ValueArray && a->elements) return 1;
-  *result = a->tag == ValueError ? *a : ErrorValue(ErrValue);
-  return 0;
-}
-
-uint32_t ElementCount(const Value* a) {
-  return uint32_t{a->rows} * a->columns;
-}
 
 // Returns 0 with the error in `result`: an error element, arrays of different sizes (#N/A), or
 // exhausted memory (#N/A).
@@ -336,7 +302,7 @@ void FnSommeCarresEcarts(Value* args, Value* result, const EvalContext* ctx) {
 
 void FnEcartMoyen(Value* args, Value* result, const EvalContext* ctx) {
   NumberList list{};
-  if (!Gather(args, ctx, WalkPlain, &list, result)) return;
+  if (!GatherNumbers(args, ctx, WalkPlain, &list, result)) return;
   double mean, sum = 0;
   if (!ListMean(list.items, list.count, &mean)) {
     *result = ErrorValue(ErrNum);
@@ -349,7 +315,7 @@ void FnEcartMoyen(Value* args, Value* result, const EvalContext* ctx) {
 
 void FnMoyenneGeometrique(Value* args, Value* result, const EvalContext* ctx) {
   NumberList list{};
-  if (!Gather(args, ctx, WalkPlain, &list, result)) return;
+  if (!GatherNumbers(args, ctx, WalkPlain, &list, result)) return;
   Moments logs{};
   for (uint32_t i = 0; i < list.count && logs.count == i; i++)
     if (list.items[i] > 0) AddToMoments(&logs, std::log(list.items[i]));
@@ -362,7 +328,7 @@ void FnMoyenneGeometrique(Value* args, Value* result, const EvalContext* ctx) {
 
 void FnMoyenneHarmonique(Value* args, Value* result, const EvalContext* ctx) {
   NumberList list{};
-  if (!Gather(args, ctx, WalkPlain, &list, result)) return;
+  if (!GatherNumbers(args, ctx, WalkPlain, &list, result)) return;
   double sum = 0;
   uint32_t i = 0;
   for (; i < list.count && list.items[i] > 0; i++) sum += 1 / list.items[i];
@@ -375,7 +341,7 @@ void FnMoyenneHarmonique(Value* args, Value* result, const EvalContext* ctx) {
 
 void FnCoefficientAsymetrie(Value* args, Value* result, const EvalContext* ctx) {
   NumberList list{};
-  if (!Gather(args, ctx, WalkPlain, &list, result)) return;
+  if (!GatherNumbers(args, ctx, WalkPlain, &list, result)) return;
   double n = list.count, sum;
   if (!StandardMoment(&list, 3, 3, &sum))
     *result = ErrorValue(ErrDiv0);
@@ -386,7 +352,7 @@ void FnCoefficientAsymetrie(Value* args, Value* result, const EvalContext* ctx) 
 
 void FnKurtosis(Value* args, Value* result, const EvalContext* ctx) {
   NumberList list{};
-  if (!Gather(args, ctx, WalkPlain, &list, result)) return;
+  if (!GatherNumbers(args, ctx, WalkPlain, &list, result)) return;
   double n = list.count, sum;
   if (!StandardMoment(&list, 4, 4, &sum))
     *result = ErrorValue(ErrDiv0);
@@ -437,7 +403,7 @@ void FnNbVal(Value* args, Value* result, const EvalContext* ctx) {
 
 void FnMediane(Value* args, Value* result, const EvalContext* ctx) {
   NumberList list{};
-  if (!Gather(args, ctx, WalkPlain, &list, result)) return;
+  if (!GatherNumbers(args, ctx, WalkPlain, &list, result)) return;
   if (list.count == 0) {
     *result = ErrorValue(ErrNum);
   } else {
@@ -449,7 +415,7 @@ void FnMediane(Value* args, Value* result, const EvalContext* ctx) {
 
 void FnMode(Value* args, Value* result, const EvalContext* ctx) {
   NumberList list{};
-  if (!Gather(args, ctx, WalkPlain, &list, result)) return;
+  if (!GatherNumbers(args, ctx, WalkPlain, &list, result)) return;
   std::qsort(list.items, list.count, sizeof(double), CompareDoubles);
   uint32_t bestRun = 1, run = 1;
   double best = 0;
@@ -505,7 +471,7 @@ void FnRang(Value* args, Value* result, const EvalContext* ctx) {
   if (!NumberFromArg(&args[0], result, ctx, &x)) return;
   if (args[2].tag != ValueEmpty && !NumberFromArg(&args[2], result, ctx, &order)) return;
   NumberList list{};
-  if (!GatherOne(&args[1], ctx, &list, result)) return;
+  if (!GatherArgumentNumbers(&args[1], ctx, &list, result)) return;
   double before = 0;
   bool found = false;
   for (uint32_t i = 0; i < list.count; i++) {
@@ -589,7 +555,8 @@ void FnPrevision(Value* args, Value* result, const EvalContext* ctx) {
 
 void FnFrequence(Value* args, Value* result, const EvalContext* ctx) {
   NumberList data{}, bins{};
-  if (!GatherOne(&args[0], ctx, &data, result) || !GatherOne(&args[1], ctx, &bins, result)) {
+  if (!GatherArgumentNumbers(&args[0], ctx, &data, result) ||
+      !GatherArgumentNumbers(&args[1], ctx, &bins, result)) {
     FreeNumberList(&data);
     return;
   }
@@ -635,7 +602,7 @@ void FnProbabilite(Value* args, Value* result, const EvalContext* ctx) {
 void FnTestZ(Value* args, Value* result, const EvalContext* ctx) {
   NumberList list{};
   double x, sigma;
-  if (!GatherOne(&args[0], ctx, &list, result)) return;
+  if (!GatherArgumentNumbers(&args[0], ctx, &list, result)) return;
   if (NumberFromArg(&args[1], result, ctx, &x) &&
       (args[2].tag == ValueEmpty || NumberFromArg(&args[2], result, ctx, &sigma))) {
     double mean;
@@ -678,7 +645,8 @@ void FnTestStudent(Value* args, Value* result, const EvalContext* ctx) {
         df = d.count - 1.0;
       }
     }
-  } else if (GatherOne(&args[0], ctx, &a, result) && GatherOne(&args[1], ctx, &b, result)) {
+  } else if (GatherArgumentNumbers(&args[0], ctx, &a, result) &&
+             GatherArgumentNumbers(&args[1], ctx, &b, result)) {
     double m1, m2, v1, v2, n1 = a.count, n2 = b.count;
     if (!ListMean(a.items, a.count, &m1) || !ListMean(b.items, b.count, &m2) ||
         !ListVariance(a.items, a.count, 1, 0, &v1) || !ListVariance(b.items, b.count, 1, 0, &v2)) {
@@ -709,7 +677,8 @@ void FnTestStudent(Value* args, Value* result, const EvalContext* ctx) {
 void FnTestF(Value* args, Value* result, const EvalContext* ctx) {
   NumberList a{}, b{};
   double v1, v2;
-  if (GatherOne(&args[0], ctx, &a, result) && GatherOne(&args[1], ctx, &b, result)) {
+  if (GatherArgumentNumbers(&args[0], ctx, &a, result) &&
+      GatherArgumentNumbers(&args[1], ctx, &b, result)) {
     if (!ListVariance(a.items, a.count, 1, 0, &v1) || !ListVariance(b.items, b.count, 1, 0, &v2) ||
         v1 == 0 || v2 == 0) {
       *result = ErrorValue(ErrDiv0);
