@@ -16,7 +16,6 @@ constexpr double Epsilon = 1e-15;
 // The smallest magnitude the continued fractions let a denominator take, so that a zero never
 // divides.
 constexpr double Tiny = 1e-300;
-constexpr double NotANumber = std::numeric_limits<double>::quiet_NaN();
 
 // Values of the Riemann zeta function at the odd integers the series of LogGamma need.
 constexpr double Zeta3 = 1.2020569031595942;
