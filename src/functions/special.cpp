@@ -30,17 +30,43 @@ double Polynomial(const double* c, int degree, double x) {
   return sum;
 }
 
+// log(Gamma(x)) less its Stirling approximation (x - 0.5) log(x) - x + log(sqrt(2 pi)): the tail
+// of Stirling's series, small and exact to double precision from 10 up.
+double StirlingRemainder(double x) {
+  double r = 1 / x, r2 = r * r;
+  return r * (1.0 / 12 - r2 * (1.0 / 360 -
+                               r2 * (1.0 / 1260 -
+                                     r2 * (1.0 / 1680 - r2 * (1.0 / 1188 - r2 * 691.0 / 360360)))));
+}
+
 // Stirling's series for log(Gamma(x)), exact to double precision for x above about 10.
 double Stirling(double x) {
-  double r = 1 / x, r2 = r * r;
-  double series = r * (1.0 / 12 - r2 * (1.0 / 360 - r2 * (1.0 / 1260 - r2 * (1.0 / 1680))));
-  return (x - 0.5) * std::log(x) - x + LogSqrtTwoPi + series;
+  return (x - 0.5) * std::log(x) - x + LogSqrtTwoPi + StirlingRemainder(x);
 }
+
+// Parameters from which the prefactors are taken about the distribution's centre: there the
+// logarithms of the plain forms are large and nearly cancel, and would lose the digits.
+constexpr double LargeParameter = 10;
 
 // x^a (1 - x)^b / Beta(a, b), the factor in front of the expansions of the incomplete beta
 // function, computed through logarithms so that it neither overflows nor underflows on the way.
 double BetaFront(double x, double a, double b) {
-  return std::exp(a * std::log(x) + b * std::log1p(-x) - LogBeta(a, b));
+  if (a < LargeParameter || b < LargeParameter)
+    return std::exp(a * std::log(x) + b * std::log1p(-x) - LogBeta(a, b));
+  // About the mean x0 = a / (a + b): x0^a y0^b / Beta(a, b) by Stirling's series, times the
+  // ratios (x / x0)^a (y / y0)^b.
+  double total = a + b, x0 = a / total, y0 = b / total;
+  double deviation = a * std::log1p((x - x0) / x0) + b * std::log1p((x0 - x) / y0);
+  double correction = StirlingRemainder(total) - StirlingRemainder(a) - StirlingRemainder(b);
+  return std::sqrt(a * b / (2 * Pi * total)) * std::exp(deviation + correction);
+}
+
+// x^a e^-x / Gamma(a), the factor in front of the expansions of the incomplete gamma function,
+// taken about x = a for large a in the same way.
+double GammaFront(double x, double a) {
+  if (a < LargeParameter) return std::exp(-x + a * std::log(x) - LogGamma(a));
+  double t = (x - a) / a;
+  return std::sqrt(a / (2 * Pi)) * std::exp(a * (std::log1p(t) - t) - StirlingRemainder(a));
 }
 
 // I_x(a, b) by the hypergeometric series in x: x^a / Beta(a, b) times the sum over n of
@@ -102,7 +128,7 @@ double GammaSeries(double x, double a) {
     sum += term;
     if (term <= sum * Epsilon) break;
   }
-  return sum * std::exp(-x + a * std::log(x) - LogGamma(a));
+  return sum * GammaFront(x, a);
 }
 
 // Q(a, x) by the continued fraction that starts from x - a + 1, for x from a + 1 up.
@@ -120,7 +146,7 @@ double GammaFraction(double x, double a) {
     h *= step;
     if (std::fabs(step - 1) <= Epsilon) break;
   }
-  return std::exp(-x + a * std::log(x) - LogGamma(a)) * h;
+  return GammaFront(x, a) * h;
 }
 
 // A first guess at the standard normal quantile, good to about three digits (Abramowitz and
