@@ -40,8 +40,8 @@ struct FormulaTest : HandlerTest {
   void Column(const char* first, std::initializer_list<double> numbers) {
     Range at = Area(first);
     for (double x : numbers) {
-      std::string name =
-          std::string(1, static_cast<char>('A' + at.firstCol)) + std::to_string(at.firstRow++ + 1);
+      std::string name(1, static_cast<char>('A' + at.firstCol));
+      name += std::to_string(at.firstRow++ + 1);
       Put(0, name.c_str(), NumberValue(x));
     }
   }
