@@ -45,7 +45,7 @@ int RunEval(int argc, char** argv) {
   if (!CreateWorkbook(nullptr, 0, &book)) return Refuse("out of memory");
   char16_t* text = FormulaArgument(options.positional[0]);
   if (!text) return Refuse("out of memory");
-  ParseContext ctx{book, 0, 1, 0, 0, 0, 0};
+  ParseContext ctx{book, 0, A1Style, 0, 0, ReferencesAsWritten, SingleCellFormula};
   Cell proto{};
   proto.xf = DefaultCellXf;
   CompileStatus status = CompileFormula(&ctx, text, ClassCodeValue, &proto.formula);
@@ -60,7 +60,7 @@ int RunEval(int argc, char** argv) {
     default:
       return Refuse("out of memory");
   }
-  if (!StoreCell(book, 0, &proto, 1, 0)) {
+  if (!StoreCell(book, 0, &proto, StoreAndRecalc, KeepRowHeight)) {
     FreeTokens(&proto.formula);
     return Refuse("out of memory");
   }

@@ -11,6 +11,7 @@
 #include "base/alloc.h"
 #include "base/bytes.h"
 #include "formula/recalc.h"
+#include "functions/table.h"
 #include "model/hooks.h"
 #include "model/names.h"
 #include "model/workbook.h"
@@ -315,9 +316,6 @@ static void MoveRowsAndColumns(Sheet* s, const Range* source, const Range* landi
   }
 }
 
-// Function numbers whose result depends on where the calling cell stands.
-static const uint16_t PositionFunctions[] = {8, 9};  // LIGNE, COLONNE
-
 // Rewrites the formulas of every sheet with cells. The sheet is reached afresh for each cell,
 // since marking may resolve links and so move the workbook array.
 static void RewriteCellFormulas(uint32_t book, uint32_t blockSheet, const Range* source,
@@ -332,7 +330,7 @@ static void RewriteCellFormulas(uint32_t book, uint32_t blockSheet, const Range*
           RewriteTokens(book, sheet, blockSheet, &cell->formula, source, rowDelta, colDelta) != 0;
       // Every cell now in the landing area came from the block, which was cleared before.
       bool moved = sheet == blockSheet && RangeContains(landing, cell->row, cell->col);
-      bool positional = moved && TokensCallFunction(&cell->formula, PositionFunctions, 2);
+      bool positional = moved && TokensCallFunctionWith(&cell->formula, FunctionPositional);
       if (changed && worksheet) BuildPrecedents(book, sheet, cell);
       if (!changed && !positional) continue;
       if (worksheet)

@@ -64,36 +64,15 @@ int WalkArea(const Walk* w, uint32_t book, uint32_t sheet, const Range* area) {
   return 1;
 }
 
-bool SheetExists(uint32_t book, uint32_t sheet) {
-  return book < App.workbookCount && sheet < GetWorkbook(book)->sheetCount;
+int WalkVisit(uint32_t book, uint32_t sheet, const Range* area, void* state) {
+  return WalkArea(static_cast<const Walk*>(state), book, sheet, area);
 }
 
 int WalkReference(const Walk* w, const Value* reference, const EvalContext* ctx) {
-  if (reference->tag == ValueRef) {
-    if (!SheetExists(ctx->book, ctx->sheet) || !SheetHasCells(GetSheet(ctx->book, ctx->sheet)))
-      return Fail(w, ErrRef);
-    return WalkArea(w, ctx->book, ctx->sheet, &reference->ref);
-  }
-  if (reference->tag != ValueRefList || !reference->refs) return Fail(w, ErrValue);
-  ResolvedLink link{};
-  link.fromBook = ctx->book;
-  if (!ResolveLink(reference->linkIndex, &link) || link.firstSheet < 0 || link.lastSheet < 0)
-    return Fail(w, ErrRef);
-  uint32_t first = static_cast<uint32_t>(link.firstSheet);
-  uint32_t last = static_cast<uint32_t>(link.lastSheet);
-  if (first > last) {
-    uint32_t swap = first;
-    first = last;
-    last = swap;
-  }
-  for (uint32_t sheet = first; sheet <= last; sheet++) {
-    if (!SheetExists(link.book, sheet)) return Fail(w, ErrRef);
-    // Chart and module sheets inside the span hold no cells and are passed over.
-    if (!SheetHasCells(GetSheet(link.book, sheet))) continue;
-    for (uint32_t i = 0; i < reference->refs->count; i++)
-      if (!WalkArea(w, link.book, sheet, &reference->refs->areas[i])) return 0;
-  }
-  return 1;
+  ReferenceTarget t;
+  uint32_t error = LocateReference(reference, ctx, &t);
+  if (error != ReferenceFound) return Fail(w, error);
+  return WalkReferenceTarget(&t, WalkVisit, const_cast<Walk*>(w));
 }
 
 int WalkArray(const Walk* w, const Value* array) {

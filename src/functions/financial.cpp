@@ -5,8 +5,8 @@
 // quarter each round, twenty rounds at most: a rate they cannot reach is #NUM!.
 #include <cmath>
 
+#include "format/calendar.h"
 #include "functions/aggregate.h"
-#include "functions/day_count.h"
 #include "functions/handlers.h"
 #include "functions/numeric.h"
 #include "functions/table.h"
@@ -170,7 +170,13 @@ int Date1904(const EvalContext* ctx) {
 
 // A date argument as a serial of the 1900 system, whatever the workbook's own system.
 int32_t SerialOf(double date, const EvalContext* ctx) {
-  return TruncateToInt32(date) + (Date1904(ctx) ? 1462 : 0);
+  return TruncateToInt32(date) + (Date1904(ctx) ? Date1904Offset : 0);
+}
+
+// The year fraction between two date arguments, in either order. Returns 0 for an unknown basis.
+int FractionBetween(double a, double b, int32_t basis, const EvalContext* ctx, double* out) {
+  int32_t start = SerialOf(a, ctx), end = SerialOf(b, ctx);
+  return start <= end ? YearFraction(start, end, basis, out) : YearFraction(end, start, basis, out);
 }
 
 // 10 to the number of digits of the fraction's denominator, for PRIX.DEC and PRIX.FRAC.
@@ -425,7 +431,7 @@ void FnAmorLinc(Value* args, Value* result, const EvalContext* ctx) {
   if (!ReadNumbers(args, 7, v, result, ctx)) return;
   double cost = v[0], salvage = v[3], period = Truncate32(v[4]), rate = v[5], fraction;
   if (cost < 0 || salvage < 0 || salvage > cost || period < 0 || rate <= 0 ||
-      !YearFraction(SerialOf(v[1], ctx), SerialOf(v[2], ctx), TruncateToInt32(v[6]), &fraction))
+      !FractionBetween(v[1], v[2], TruncateToInt32(v[6]), ctx, &fraction))
     return Refuse(result);
   double left = cost - salvage, amount = cost * rate * fraction;
   for (double p = 0; p <= period; p++) {
@@ -441,8 +447,7 @@ void FnAmorDegrc(Value* args, Value* result, const EvalContext* ctx) {
   if (!ReadNumbers(args, 7, v, result, ctx)) return;
   double cost = v[0], salvage = v[3], period = Truncate32(v[4]), rate = v[5], fraction;
   int32_t basis = TruncateToInt32(v[6]);
-  if (cost == 0 || rate == 0 || basis == 2 ||
-      !YearFraction(SerialOf(v[1], ctx), SerialOf(v[2], ctx), basis, &fraction))
+  if (cost == 0 || rate == 0 || basis == 2 || !FractionBetween(v[1], v[2], basis, ctx, &fraction))
     return Refuse(result);
   double life = 1 / rate;
   double coefficient = life <= 4 ? 1.5 : life <= 6 ? 2 : 2.5;

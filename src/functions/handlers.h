@@ -37,6 +37,76 @@ void FnTypeErreur(Value* args, Value* result, const EvalContext* ctx);
 void FnTexte(Value* args, Value* result, const EvalContext* ctx);
 void FnCtxt(Value* args, Value* result, const EvalContext* ctx);
 void FnFranc(Value* args, Value* result, const EvalContext* ctx);
+void FnUsDollar(Value* args, Value* result, const EvalContext* ctx);
+void FnDateString(Value* args, Value* result, const EvalContext* ctx);
+void FnNumberString(Value* args, Value* result, const EvalContext* ctx);
+
+// text.cpp
+void FnTrouve(Value* args, Value* result, const EvalContext* ctx);
+void FnCherche(Value* args, Value* result, const EvalContext* ctx);
+void FnStxt(Value* args, Value* result, const EvalContext* ctx);
+void FnGauche(Value* args, Value* result, const EvalContext* ctx);
+void FnDroite(Value* args, Value* result, const EvalContext* ctx);
+void FnNbCar(Value* args, Value* result, const EvalContext* ctx);
+void FnRemplacer(Value* args, Value* result, const EvalContext* ctx);
+void FnSubstitue(Value* args, Value* result, const EvalContext* ctx);
+void FnConcatener(Value* args, Value* result, const EvalContext* ctx);
+void FnRept(Value* args, Value* result, const EvalContext* ctx);
+void FnMajuscule(Value* args, Value* result, const EvalContext* ctx);
+void FnMinuscule(Value* args, Value* result, const EvalContext* ctx);
+void FnNomPropre(Value* args, Value* result, const EvalContext* ctx);
+void FnSuppreSpace(Value* args, Value* result, const EvalContext* ctx);
+void FnEpurage(Value* args, Value* result, const EvalContext* ctx);
+void FnCode(Value* args, Value* result, const EvalContext* ctx);
+void FnCar(Value* args, Value* result, const EvalContext* ctx);
+void FnExact(Value* args, Value* result, const EvalContext* ctx);
+void FnT(Value* args, Value* result, const EvalContext* ctx);
+void FnCnum(Value* args, Value* result, const EvalContext* ctx);
+void FnAsc(Value* args, Value* result, const EvalContext* ctx);
+void FnDbcs(Value* args, Value* result, const EvalContext* ctx);
+void FnPhonetique(Value* args, Value* result, const EvalContext* ctx);
+
+// dates.cpp
+void FnAnnee(Value* args, Value* result, const EvalContext* ctx);
+void FnAujourdhui(Value* args, Value* result, const EvalContext* ctx);
+void FnDate(Value* args, Value* result, const EvalContext* ctx);
+void FnDateDif(Value* args, Value* result, const EvalContext* ctx);
+void FnDateVal(Value* args, Value* result, const EvalContext* ctx);
+void FnFinMois(Value* args, Value* result, const EvalContext* ctx);
+void FnFractionAnnee(Value* args, Value* result, const EvalContext* ctx);
+void FnHeure(Value* args, Value* result, const EvalContext* ctx);
+void FnJour(Value* args, Value* result, const EvalContext* ctx);
+void FnJours360(Value* args, Value* result, const EvalContext* ctx);
+void FnJourSem(Value* args, Value* result, const EvalContext* ctx);
+void FnMaintenant(Value* args, Value* result, const EvalContext* ctx);
+void FnMinute(Value* args, Value* result, const EvalContext* ctx);
+void FnMois(Value* args, Value* result, const EvalContext* ctx);
+void FnMoisDecaler(Value* args, Value* result, const EvalContext* ctx);
+void FnNbJoursOuvres(Value* args, Value* result, const EvalContext* ctx);
+void FnNoSemaine(Value* args, Value* result, const EvalContext* ctx);
+void FnSeconde(Value* args, Value* result, const EvalContext* ctx);
+void FnSerieJourOuvre(Value* args, Value* result, const EvalContext* ctx);
+void FnTemps(Value* args, Value* result, const EvalContext* ctx);
+void FnTempsVal(Value* args, Value* result, const EvalContext* ctx);
+
+// lookup.cpp
+void FnAdresse(Value* args, Value* result, const EvalContext* ctx);
+void FnChoisir(Value* args, Value* result, const EvalContext* ctx);
+void FnColonne(Value* args, Value* result, const EvalContext* ctx);
+void FnColonnes(Value* args, Value* result, const EvalContext* ctx);
+void FnDecaler(Value* args, Value* result, const EvalContext* ctx);
+void FnEquiv(Value* args, Value* result, const EvalContext* ctx);
+void FnIndex(Value* args, Value* result, const EvalContext* ctx);
+void FnIndirect(Value* args, Value* result, const EvalContext* ctx);
+void FnLienHypertexte(Value* args, Value* result, const EvalContext* ctx);
+void FnLigne(Value* args, Value* result, const EvalContext* ctx);
+void FnLignes(Value* args, Value* result, const EvalContext* ctx);
+void FnRecherche(Value* args, Value* result, const EvalContext* ctx);
+void FnRechercheH(Value* args, Value* result, const EvalContext* ctx);
+void FnRechercheV(Value* args, Value* result, const EvalContext* ctx);
+void FnTranspose(Value* args, Value* result, const EvalContext* ctx);
+void FnZones(Value* args, Value* result, const EvalContext* ctx);
+void FnGetPivotData(Value* args, Value* result, const EvalContext* ctx);
 
 // math.cpp
 void FnArrondi(Value* args, Value* result, const EvalContext* ctx);

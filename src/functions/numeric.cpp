@@ -49,6 +49,38 @@ int ArrayArg(Value* a, Value* result, const EvalContext* ctx) {
   return 0;
 }
 
+int IntegerFromArg(Value* a, Value* result, const EvalContext* ctx, int32_t fallback,
+                   int32_t* out) {
+  double d = fallback;
+  if (a->tag != ValueEmpty && !NumberFromArg(a, result, ctx, &d)) return 0;
+  *out = a->tag == ValueEmpty ? fallback : TruncateToInt32(d);
+  return 1;
+}
+
+int TextFromArg(Value* a, Value* result, const EvalContext* ctx, const char16_t** out) {
+  if (a->tag != ValueError) CoerceValue(a, ValueText, ctx);
+  if (a->tag != ValueText) {
+    *result = a->tag == ValueError ? *a : ErrorValue(ErrValue);
+    return 0;
+  }
+  *out = a->text ? a->text : u"";
+  return 1;
+}
+
+int BooleanFromArg(Value* a, Value* result, const EvalContext* ctx, bool fallback, bool* out) {
+  if (a->tag == ValueEmpty) {
+    *out = fallback;
+    return 1;
+  }
+  CoerceValue(a, ValueBoolean, ctx);
+  if (a->tag != ValueBoolean) {
+    *result = a->tag == ValueError ? *a : ErrorValue(ErrValue);
+    return 0;
+  }
+  *out = a->boolean != 0;
+  return 1;
+}
+
 int AppendNumber(NumberList* list, double x) {
   if (!GrowArray(&list->items, &list->capacity, list->count + 1, 64)) return 0;
   list->items[list->count++] = x;

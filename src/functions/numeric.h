@@ -37,6 +37,13 @@ int Determinant(const double* m, uint32_t n, double* out);
 // The standard prologue for a number argument: converts `a` in place. Returns 0 with the error in
 // `result` when it does not convert.
 int NumberFromArg(Value* a, Value* result, const EvalContext* ctx, double* out);
+// The same for a whole number: the value cut to a 32-bit integer, or `fallback` for an empty slot.
+int IntegerFromArg(Value* a, Value* result, const EvalContext* ctx, int32_t fallback, int32_t* out);
+// The same for a text, which stays owned by `a`. An error keeps its code instead of becoming its
+// own text.
+int TextFromArg(Value* a, Value* result, const EvalContext* ctx, const char16_t** out);
+// The same for a boolean, or `fallback` for an empty slot.
+int BooleanFromArg(Value* a, Value* result, const EvalContext* ctx, bool fallback, bool* out);
 
 // The same for an argument that must be an array: converts `a` in place, and returns 0 with the
 // error in `result` (#VALUE! for what cannot be an array) when it does not convert.

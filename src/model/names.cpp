@@ -11,6 +11,7 @@
 #include "base/alloc.h"
 #include "base/text.h"
 #include "model/hooks.h"
+#include "model/value.h"
 #include "model/workbook.h"
 
 const char16_t* const BuiltInNames[BuiltInNameCount] = {
@@ -251,6 +252,12 @@ int FindOrAddLink(const LinkRequest* req, int32_t* linkIndex) {
   link.bookIndex = static_cast<int16_t>(bookIndex);
   return FindOrAddSheetLink(req->fromBook, link.bookIndex, link.firstSheet, link.lastSheet,
                             linkIndex);
+}
+
+int ContextSheetLink(const EvalContext* ctx, int32_t* linkIndex) {
+  LinkRequest request{ctx->book, ctx->book, static_cast<int32_t>(ctx->sheet),
+                      static_cast<int32_t>(ctx->sheet)};
+  return FindOrAddLink(&request, linkIndex);
 }
 
 static int SelfSheetIsValid(const Workbook* wb, int16_t sheet) {

@@ -6,6 +6,8 @@
 #include "formula/tokens.h"
 #include "model/range.h"
 
+struct EvalContext;
+
 struct DefinedName {
   uint16_t options;  // bit 0 hidden, bit 1 function, bit 3 macro command
   uint8_t keyCode;
@@ -78,6 +80,9 @@ void DeleteName(uint32_t book, uint32_t index, int removeEntry);
 void FreeNames(uint32_t book);
 
 int FindOrAddLink(const LinkRequest* req, int32_t* linkIndex);
+// The link of the context's own sheet in the context's workbook, found or added: what a reference
+// written without a sheet becomes when it must carry a link. 0 on lost memory.
+int ContextSheetLink(const EvalContext* ctx, int32_t* linkIndex);
 // The link table as formula text names it. Each finds an entry or appends one, and returns 0
 // only on lost memory (the tables are then as they were).
 // A book entry of `kind`; for ExternalOtherFile the one whose encoded path (character 1, the path

@@ -16,6 +16,8 @@
 #include "model/hooks.h"
 #include "model/names.h"
 
+namespace {
+
 // What a family of kinds keeps and how it is undone.
 enum UndoFamily : uint8_t {
   FamilyRegion,            // contents or formats of a region
@@ -31,6 +33,8 @@ enum UndoFamily : uint8_t {
   FamilyVisibility,   // a sheet hidden or shown
   FamilyCount,
 };
+
+}  // namespace
 
 static const uint8_t KindFamily[] = {
     FamilyRegion,      FamilyRegion,      FamilyRegion,      FamilyRegion,            // 0-3
@@ -54,6 +58,8 @@ static_assert(sizeof KindFamily == UndoKindCount, "one family for each kind");
 static bool KeepsRowsAndColumns(uint8_t family) {
   return family == FamilyStructure || family == FamilyDeleteSheet || family == FamilyRowsColumns;
 }
+
+namespace {
 
 // What lay on an area of a sheet. Objects, validations and conditional groups join it with their
 // subsystems; until then nothing of theirs is kept.
@@ -116,6 +122,8 @@ struct UndoRecord {
   uint32_t localCount;
   uint16_t* localSheets;
 };
+
+}  // namespace
 
 static UndoRecord* undoStack[UndoDepth];
 static uint32_t undoCount;
@@ -457,7 +465,7 @@ static void RestoreRegion(uint32_t book, uint32_t sheet, RegionSnapshot* g) {
   if (!g->taken) return;
   ClearArea(book, sheet, &g->range);
   for (uint32_t i = 0; i < g->cellCount; i++) {
-    if (StoreCell(book, sheet, &g->cells[i], 0, 0)) g->cells[i] = Cell{};
+    if (StoreCell(book, sheet, &g->cells[i], StoreOnly, KeepRowHeight)) g->cells[i] = Cell{};
   }
   Sheet* s = GetSheet(book, sheet);
   if (AppendItems(&s->arrayFormulas, &s->arrayFormulaCount, g->arrayFormulas,

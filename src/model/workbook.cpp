@@ -97,7 +97,7 @@ int InsertSheet(uint32_t book, uint32_t position, const char16_t* name, int32_t 
   }
 
   RenumberForInsertedSheet(book, position, kind);
-  (void)updateView;  // the view refresh joins with the shell
+  (void)updateView;  // read once the desktop shell has a window to refresh
   if (undoable) {
     int32_t undoKind = kind == SheetWorksheet ? UndoInsertWorksheet
                        : kind == SheetChart   ? UndoInsertChartSheet

@@ -144,7 +144,8 @@ inline bool SheetHasCells(const Sheet* s) {
 }
 
 // Creates a workbook at the end of the array and makes it current; a null path generates
-// "Classeur%d". Returns 0 on failure, leaving the array as it was.
+// "Classeur%d". Returns 0 on failure, leaving the array as it was. `updateView` (here and in
+// InsertSheet) waits for the desktop shell, which will refresh its window; nothing reads it yet.
 int CreateWorkbook(const char16_t* path, int updateView, uint32_t* book);
 void CloseWorkbook(uint32_t book);
 // Inserts a sheet at `position`; a null name generates one. Returns 0 with the message

@@ -1,7 +1,6 @@
 // The annuity, rate and depreciation functions from formula text, on the arguments of their
 // published examples, with references computed to 30 digits from the textbook formulas where the
-// examples give only a few; the rate searches and their failures; and the day counts.
-#include "functions/day_count.h"
+// examples give only a few; and the rate searches and their failures.
 #include "functions/formula_fixture.h"
 
 namespace {
@@ -103,32 +102,6 @@ TEST_F(FinancialTest, Depreciation) {
       {u"=VDB(2400;300;10*12;6;18)", 396.31}, {u"=VDB(2400;300;10;0;0,875;1,5)", 315},
   };
   ExpectResults(cents, 4e-3);
-}
-
-TEST(DayCountTest, YearFractionUnderEachBasis) {
-  struct Case {
-    int32_t start, end, basis;
-    double expected;
-  };
-  // 2012-01-01 to 2012-07-30, a leap year; 2011-03-01 to 2012-02-29 across a leap day; two years
-  // and a half averaging a leap year in.
-  const Case cases[] = {
-      {40909, 41120, 0, 0.58055555555555556}, {40909, 41120, 1, 211.0 / 366},
-      {40909, 41120, 2, 211.0 / 360},         {40909, 41120, 3, 211.0 / 365},
-      {40909, 41120, 4, 209.0 / 360},         {41120, 40909, 3, 211.0 / 365},
-      {40603, 40968, 1, 365.0 / 366},         {40544, 41455, 1, 911.0 / (1096.0 / 3)}};
-  for (const Case& c : cases) {
-    double out = -1;
-    ASSERT_TRUE(YearFraction(c.start, c.end, c.basis, &out));
-    EXPECT_NEAR(out, c.expected, 1e-15) << c.start << " " << c.basis;
-  }
-  double out;
-  EXPECT_FALSE(YearFraction(1, 2, 5, &out));
-  // 29 January to 31 March: the end day stays 31 when the start day is below 30.
-  EXPECT_EQ(Days360(40937, 40999, false), 62);
-  EXPECT_EQ(Days360(40937, 40999, true), 61);
-  EXPECT_EQ(Days360(40938, 40999, false), 60);
-  EXPECT_EQ(Days360(40968, 40999, false), 30);  // 29 February counts from the 30th
 }
 
 }  // namespace
