@@ -46,7 +46,7 @@ int VisitRangeValue(const Walk* w, const Value* v) {
       if (!v->text) return Fail(w, ErrNA);
       return (w->flags & WalkTextInRanges) ? Visit(w, 0.0) : 1;
     case ValueError:
-      return Fail(w, v->error);
+      return (w->flags & WalkErrorsInRanges) ? Visit(w, 0.0) : Fail(w, v->error);
     default:
       return 1;
   }
@@ -138,6 +138,27 @@ int WalkArrayNumbers(const Value* array, uint32_t flags, NumberVisitor visit, vo
                      Value* error) {
   Walk w{flags, visit, state, error};
   return WalkArray(&w, array);
+}
+
+static int AppendVisited(double x, void* state) {
+  return AppendNumber(static_cast<NumberList*>(state), x);
+}
+
+int GatherNumbers(Value* args, const EvalContext* ctx, uint32_t flags, NumberList* list,
+                  Value* result) {
+  Value error{};
+  if (WalkNumbersWith(args, ctx, flags, AppendVisited, list, &error)) return 1;
+  *result = error.tag == ValueEmpty ? ErrorValue(ErrNA) : error;
+  FreeNumberList(list);
+  return 0;
+}
+
+int GatherArgumentNumbers(Value* arg, const EvalContext* ctx, NumberList* list, Value* result) {
+  Value frame[FunctionFrameSize] = {*arg};
+  *arg = Value{};
+  int ok = GatherNumbers(frame, ctx, WalkPlain, list, result);
+  FreeValue(&frame[0]);
+  return ok;
 }
 
 void ReduceToScalar(Value* v, const EvalContext* ctx) {

@@ -122,18 +122,6 @@ int AddSeriesTerm(double coefficient, void* state) {
 
 // --- Arrays --------------------------------------------------------------------------------
 
-// Makes `a` an array; returns 0 with the error in `result` when it cannot be one.
-int ArrayArg(Value* a, Value* result, const EvalContext* ctx) {
-  CoerceValue(a, ValueArray, ctx);
-  if (a->tag == ValueArray && a->elements) return 1;
-  *result = a->tag == ValueError ? *a : ErrorValue(ErrValue);
-  return 0;
-}
-
-uint32_t ElementCount(const Value* array) {
-  return uint32_t{array->rows} * array->columns;
-}
-
 using PairTerm = double (*)(double, double);
 
 // The SOMME.X2MY2 family: the term summed over the pairs of numbers at the same place.

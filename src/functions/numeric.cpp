@@ -42,6 +42,13 @@ int NumberFromArg(Value* a, Value* result, const EvalContext* ctx, double* out) 
   return 0;
 }
 
+int ArrayArg(Value* a, Value* result, const EvalContext* ctx) {
+  CoerceValue(a, ValueArray, ctx);
+  if (a->tag == ValueArray && a->elements) return 1;
+  *result = a->tag == ValueError ? *a : ErrorValue(ErrValue);
+  return 0;
+}
+
 int IntegerFromArg(Value* a, Value* result, const EvalContext* ctx, int32_t fallback,
                    int32_t* out) {
   double d = fallback;
@@ -112,4 +119,14 @@ int ListVariance(const double* x, uint32_t count, int sample, int root, double* 
   Moments m{};
   for (uint32_t i = 0; i < count; i++) AddToMoments(&m, x[i]);
   return MomentsVariance(&m, sample, root, out);
+}
+
+int ReadNumbers(Value* args, int count, double* out, Value* result, const EvalContext* ctx) {
+  for (int i = 0; i < count; i++)
+    if (args[i].tag != ValueEmpty && !NumberFromArg(&args[i], result, ctx, &out[i])) return 0;
+  return 1;
+}
+
+void GiveNumber(Value* result, double x) {
+  *result = std::isfinite(x) ? NumberValue(x) : ErrorValue(ErrNum);
 }
