@@ -70,7 +70,15 @@ static uint32_t LastInView(uint32_t book, uint32_t sheet, int32_t start, int32_t
   return last;
 }
 
+static FrameSizes LastFrame;
+
+void RemeasureView() {
+  MeasureView(&LastFrame);
+  gPlatform->invalidate(nullptr);
+}
+
 void MeasureView(const FrameSizes* frame) {
+  LastFrame = *frame;
   View.barsBottom = View.gridTop = frame->barsHeight;
   View.gridLeft = 0;
   View.clientRight = frame->clientWidth;

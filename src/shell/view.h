@@ -91,3 +91,7 @@ extern PointModeState PointMode;
 
 // Set by MeasureView: the next paint sends the scroll bars their ranges.
 extern int ScrollBarsStale;
+
+// MeasureView again with the frame sizes it was last given, then a repaint of the whole client
+// area: what scrolling and sheet changes need.
+void RemeasureView();
