@@ -28,15 +28,6 @@ const char16_t ArrayPartMessage[] = u"Vous ne pouvez pas modifier partie d'une m
 const char16_t ArrayMergedMessage[] = u"Matrices ne sont pas valides dans les cellules fusionnées";
 const char16_t MergedPartMessage[] = u"Vous ne pouvez pas modifier partie d'une cellule fusionnée";
 
-static uint32_t Book() {
-  return App.currentBook;
-}
-static uint32_t SheetIndex() {
-  return GetWorkbook(App.currentBook)->currentSheet;
-}
-static Sheet* Current() {
-  return GetSheet(Book(), SheetIndex());
-}
 
 static int32_t PlatformMessage(const char16_t* text, const char16_t* caption, uint32_t flags) {
   return gPlatform->messageBox(text, caption, flags);
@@ -53,7 +44,7 @@ void InstallShellHooks() {
 
 // The active cell, or the top-left cell of the merged range that holds it.
 static void ActiveCell(uint32_t* row, uint32_t* col) {
-  const Sheet* s = Current();
+  const Sheet* s = CurrentSheet();
   *row = s->activeRow;
   *col = s->activeCol;
   if (const Range* m = MergeAt(*row, *col)) {
@@ -63,19 +54,19 @@ static void ActiveCell(uint32_t* row, uint32_t* col) {
 }
 
 static const Xf* XfAt(uint32_t row, uint32_t col) {
-  const Workbook* w = GetWorkbook(Book());
-  uint32_t index = XfForCell(Book(), SheetIndex(), row, col);
+  const Workbook* w = GetWorkbook(CurrentBook());
+  uint32_t index = XfForCell(CurrentBook(), CurrentSheetIndex(), row, col);
   return index < w->xfCount ? &w->xfs[index] : nullptr;
 }
 
 static uint16_t FormatIdAt(uint32_t row, uint32_t col) {
-  const Workbook* w = GetWorkbook(Book());
+  const Workbook* w = GetWorkbook(CurrentBook());
   const Xf* xf = XfAt(row, col);
   return xf && xf->numberFormat < w->numberFormatCount ? w->numberFormats[xf->numberFormat].id : 0;
 }
 
 static const ArrayFormula* ArrayAt(uint32_t row, uint32_t col) {
-  const Sheet* s = Current();
+  const Sheet* s = CurrentSheet();
   for (uint32_t i = 0; i < s->arrayFormulaCount; i++)
     if (RangeContains(&s->arrayFormulas[i].range, row, col)) return &s->arrayFormulas[i];
   return nullptr;
@@ -83,7 +74,7 @@ static const ArrayFormula* ArrayAt(uint32_t row, uint32_t col) {
 
 // A number as the user would type it again: dates and times by the locale, percents with "%".
 static uint32_t NumberEditText(double v, uint16_t formatId, char16_t* out) {
-  int date1904 = GetWorkbook(Book())->date1904;
+  int date1904 = GetWorkbook(CurrentBook())->date1904;
   if ((formatId >= 14 && formatId <= 17) || formatId == 22) {
     uint32_t n = DateText(v, date1904, out);
     if (formatId == 22) {
@@ -108,7 +99,7 @@ static void SetEdit(const char16_t* text) {
 
 void RefreshFormulaBar() {
   if (App.workbookCount == 0) return;
-  const Sheet* s = Current();
+  const Sheet* s = CurrentSheet();
   uint32_t row, col;
   ActiveCell(&row, &col);
   char16_t address[16];
@@ -126,7 +117,8 @@ void RefreshFormulaBar() {
   char16_t buffer[2 * NumberTextCapacity + 4];
   const char16_t* text = u"";
   if (cell->formula.bytes) {
-    owned = FormulaText(Book(), &cell->formula, cell->row, cell->col, 1, cell->row, cell->col);
+    owned =
+        FormulaText(CurrentBook(), &cell->formula, cell->row, cell->col, 1, cell->row, cell->col);
     text = owned ? owned : u"";
   } else if (cell->value.tag == ValueNumber) {
     NumberEditText(cell->value.number, FormatIdAt(row, col), buffer);
@@ -155,7 +147,7 @@ static void CancelPointMode() {
   if (!PointMode.active) return;
   Range old = PointMode.range;
   PointMode = PointModeState{};
-  InvalidateRange(Book(), SheetIndex(), &old, 1);
+  InvalidateRange(CurrentBook(), CurrentSheetIndex(), &old, 1);
 }
 
 void CancelEntry() {
@@ -166,7 +158,7 @@ void CancelEntry() {
 }
 
 int GuardProtected(const Range* range) {
-  const Sheet* s = Current();
+  const Sheet* s = CurrentSheet();
   if (!(s->flags & SheetProtected)) return 0;
   for (uint32_t r = range->firstRow; r <= range->lastRow; r++)
     for (uint32_t c = range->firstCol; c <= range->lastCol; c++) {
@@ -180,7 +172,7 @@ int GuardProtected(const Range* range) {
 }
 
 int GuardArrayPart(const Range* range) {
-  const Sheet* s = Current();
+  const Sheet* s = CurrentSheet();
   for (uint32_t i = 0; i < s->arrayFormulaCount; i++) {
     Range overlap;
     const Range& a = s->arrayFormulas[i].range;
@@ -193,7 +185,7 @@ int GuardArrayPart(const Range* range) {
 }
 
 int GuardActiveArray() {
-  const Sheet* s = Current();
+  const Sheet* s = CurrentSheet();
   const ArrayFormula* a = ArrayAt(s->activeRow, s->activeCol);
   if (!a || EqualRanges(&a->range, &s->selection)) return 0;
   ShowMessage(ArrayPartMessage, MessageOk | MessageError);
@@ -201,7 +193,7 @@ int GuardActiveArray() {
 }
 
 int GuardCommitArray() {
-  const Sheet* s = Current();
+  const Sheet* s = CurrentSheet();
   const ArrayFormula* a = ArrayAt(s->activeRow, s->activeCol);
   if (!a || (a->range.firstRow == a->range.lastRow && a->range.firstCol == a->range.lastCol))
     return 0;
@@ -210,7 +202,7 @@ int GuardCommitArray() {
 }
 
 int GuardMerged(const Range* range, int report) {
-  const Sheet* s = Current();
+  const Sheet* s = CurrentSheet();
   for (uint32_t i = 0; i < s->mergeCount; i++) {
     Range overlap;
     if (!IntersectRanges(&s->merges[i], range, &overlap)) continue;
@@ -221,7 +213,7 @@ int GuardMerged(const Range* range, int report) {
 }
 
 void BeginInCellEdit() {
-  Sheet* s = Current();
+  Sheet* s = CurrentSheet();
   if (GuardProtected(&s->selection) || GuardActiveArray()) return;
   Options.editMode = 2;
   RefreshFormulaBar();
@@ -230,7 +222,7 @@ void BeginInCellEdit() {
 }
 
 int EditLinePressed() {
-  Sheet* s = Current();
+  Sheet* s = CurrentSheet();
   if (GuardProtected(&s->selection) || GuardActiveArray()) return 0;
   Options.endMode = 0;
   if (Options.editMode == 0) RefreshFormulaBar();
@@ -249,10 +241,10 @@ static char16_t* EditText() {
 int CommitEntry(int arrayEntry, int fillSelection) {
   char16_t* text = EditText();
   if (!text) return 0;
-  Sheet* s = Current();
+  Sheet* s = CurrentSheet();
   EntryTarget target{};
-  target.book = Book();
-  target.sheet = SheetIndex();
+  target.book = CurrentBook();
+  target.sheet = CurrentSheetIndex();
   target.anchorRow = s->activeRow;
   target.anchorCol = s->activeCol;
   target.arrayEntry = arrayEntry;
@@ -266,7 +258,7 @@ int CommitEntry(int arrayEntry, int fillSelection) {
                          static_cast<uint8_t>(col), static_cast<uint8_t>(col)};
   }
   Options.editMode = 1;
-  Workbook* w = GetWorkbook(Book());
+  Workbook* w = GetWorkbook(CurrentBook());
   int wasDirty = w->dirty;
   int ok = 0;
   EntryStatus status = EntryStored;
@@ -297,7 +289,7 @@ int CommitEntry(int arrayEntry, int fillSelection) {
 // Steps the active cell through the selection: along columns for Enter, along rows for Tab,
 // wrapping to the next column or row and from the end back to the start.
 static void MoveInSelection(bool byRows, bool backwards) {
-  Sheet* s = Current();
+  Sheet* s = CurrentSheet();
   const Range sel = s->selection;
   uint32_t row = s->activeRow, col = s->activeCol;
   const uint32_t startRow = row, startCol = col;
@@ -331,8 +323,8 @@ static void MoveInSelection(bool byRows, bool backwards) {
     }
     if (row == startRow && col == startCol) return;
     const Range* m = MergeAt(row, col);
-    bool hidden =
-        RowPixels(Book(), SheetIndex(), row) == 0 || ColumnPixels(Book(), SheetIndex(), col) == 0;
+    bool hidden = RowPixels(CurrentBook(), CurrentSheetIndex(), row) == 0 ||
+                  ColumnPixels(CurrentBook(), CurrentSheetIndex(), col) == 0;
     if (!hidden && (!m || (m->firstRow == row && m->firstCol == col))) break;
   }
   uint32_t oldRow = s->activeRow, oldCol = s->activeCol;
@@ -341,13 +333,13 @@ static void MoveInSelection(bool byRows, bool backwards) {
   s->activeCol = static_cast<uint8_t>(col);
   Range old{static_cast<uint16_t>(oldRow), static_cast<uint16_t>(oldRow),
             static_cast<uint8_t>(oldCol), static_cast<uint8_t>(oldCol)};
-  InvalidateRange(Book(), SheetIndex(), &old, 1);
-  InvalidateRange(Book(), SheetIndex(), &sel, 1);
+  InvalidateRange(CurrentBook(), CurrentSheetIndex(), &old, 1);
+  InvalidateRange(CurrentBook(), CurrentSheetIndex(), &sel, 1);
   RefreshFormulaBar();
 }
 
 static bool SingleCellSelected() {
-  const Sheet* s = Current();
+  const Sheet* s = CurrentSheet();
   const Range& sel = s->selection;
   if (sel.firstRow == sel.lastRow && sel.firstCol == sel.lastCol) return true;
   const Range* m = MergeAt(sel.firstRow, sel.firstCol);
@@ -372,7 +364,7 @@ static void ShortcutText(bool time, char16_t* out) {
     double serial = (now.hour * 3600 + now.minute * 60 + now.second) / 86400.0;
     TimeText(serial, out);
   } else {
-    int date1904 = GetWorkbook(Book())->date1904;
+    int date1904 = GetWorkbook(CurrentBook())->date1904;
     double serial = DateToSerial(now.year, now.month, now.day) - (date1904 ? 1462 : 0);
     DateText(serial, date1904, out);
   }
@@ -395,14 +387,15 @@ static void InsertShortcut(bool time, bool fromGrid) {
 }
 
 void GridDateTimeShortcut(int time) {
-  Sheet* s = Current();
+  Sheet* s = CurrentSheet();
   if (GuardProtected(&s->selection) || GuardArrayPart(&s->selection)) return;
   InsertShortcut(time != 0, true);
 }
 
 int GridChar(char16_t ch, uint32_t modifiers) {
-  if (App.workbookCount == 0 || !SheetHasCells(Current()) || (modifiers & ModControl)) return 0;
-  Sheet* s = Current();
+  if (App.workbookCount == 0 || !SheetHasCells(CurrentSheet()) || (modifiers & ModControl))
+    return 0;
+  Sheet* s = CurrentSheet();
   bool shift = modifiers & ModShift;
   if (ch == u'\t') {
     TabMove(shift);
@@ -472,7 +465,7 @@ int EditLineKeyDown(int32_t key, uint32_t modifiers) {
   }
   if (key == KeyReturn) {
     if (!ctrl) return 1;  // the character that follows does the work
-    Sheet* s = Current();
+    Sheet* s = CurrentSheet();
     if (GuardMerged(&s->selection, 0)) {
       ShowMessage(ArrayMergedMessage, MessageOk | MessageError);
       return 1;
@@ -510,11 +503,11 @@ static void WritePointedReference() {
   gPlatform->editSetSelection(PointMode.selStart, PointMode.selEnd);
   gPlatform->editReplaceSelection(text, static_cast<int32_t>(n));
   PointMode.selEnd = PointMode.selStart + static_cast<int32_t>(n);
-  InvalidateRange(Book(), SheetIndex(), &PointMode.range, 1);
+  InvalidateRange(CurrentBook(), CurrentSheetIndex(), &PointMode.range, 1);
 }
 
 int PressWhileEditing(const HitResult* hit) {
-  Sheet* s = Current();
+  Sheet* s = CurrentSheet();
   if (hit->code == HitCell && hit->row == s->activeRow && hit->col == s->activeCol) {
     CancelPointMode();
     return 1;  // selecting the cell again drops the typed text
@@ -550,7 +543,7 @@ int PressWhileEditing(const HitResult* hit) {
                   static_cast<uint8_t>(hit->col), static_cast<uint8_t>(hit->col)};
     }
     GrowOverMerges(&r);
-    InvalidateRange(Book(), SheetIndex(), &old, 1);
+    InvalidateRange(CurrentBook(), CurrentSheetIndex(), &old, 1);
     PointMode.range = r;
     PointMode.anchorRow = static_cast<uint16_t>(hit->row);
     PointMode.anchorCol = static_cast<uint8_t>(hit->col);

@@ -10,28 +10,17 @@
 #include "model/workbook.h"
 #include "shell/entry.h"
 #include "shell/paint.h"
+#include "shell/paint_internal.h"
 #include "shell/resources.h"
 #include "shell/view.h"
 
-static uint32_t Book() {
-  return App.currentBook;
-}
-static uint32_t SheetIndex() {
-  return GetWorkbook(App.currentBook)->currentSheet;
-}
-static Sheet* Current() {
-  return GetSheet(Book(), SheetIndex());
-}
 
 const Range* MergeAt(uint32_t row, uint32_t col) {
-  const Sheet* s = Current();
-  for (uint32_t i = 0; i < s->mergeCount; i++)
-    if (RangeContains(&s->merges[i], row, col)) return &s->merges[i];
-  return nullptr;
+  return FindMerge(CurrentSheet(), row, col);
 }
 
 void GrowOverMerges(Range* range) {
-  const Sheet* s = Current();
+  const Sheet* s = CurrentSheet();
   for (bool changed = true; changed;) {
     changed = false;
     for (uint32_t i = 0; i < s->mergeCount; i++) {
@@ -48,22 +37,23 @@ void GrowOverMerges(Range* range) {
 }
 
 static bool RowVisible(uint32_t row) {
-  return RowPixels(Book(), SheetIndex(), row) > 0;
+  return RowPixels(CurrentBook(), CurrentSheetIndex(), row) > 0;
 }
 static bool ColumnVisible(uint32_t col) {
-  return ColumnPixels(Book(), SheetIndex(), col) > 0;
+  return ColumnPixels(CurrentBook(), CurrentSheetIndex(), col) > 0;
 }
 
 // Walks rows (or columns) of the frozen pane and then the scrolled one from `start` to find the
 // one covering `position`; returns 0 past the last one.
 static int FindInPanes(bool rows, int32_t position, int32_t start, int32_t split, uint32_t* out) {
-  const Sheet* s = Current();
+  const Sheet* s = CurrentSheet();
   uint32_t frozenFirst = rows ? s->paneTopRow : s->paneLeftCol;
   uint32_t frozenEnd = rows ? s->frozenRow : s->frozenCol;
   uint32_t first = rows ? s->topRow : s->leftCol;
   uint32_t limit = rows ? MaxRow : MaxCol;
   auto size = [&](uint32_t i) {
-    return rows ? RowPixels(Book(), SheetIndex(), i) : ColumnPixels(Book(), SheetIndex(), i);
+    return rows ? RowPixels(CurrentBook(), CurrentSheetIndex(), i)
+                : ColumnPixels(CurrentBook(), CurrentSheetIndex(), i);
   };
   int32_t edge = start;
   if (frozenEnd && position < split) {
@@ -83,7 +73,7 @@ static int FindInPanes(bool rows, int32_t position, int32_t start, int32_t split
 
 // The tab under x, walking the tabs as the painter lays them out.
 static int TabAt(int32_t x, uint32_t* sheet) {
-  const Workbook* w = GetWorkbook(Book());
+  const Workbook* w = GetWorkbook(CurrentBook());
   int32_t slant = (View.stripBottom - View.cellsBottom) / 2;
   int32_t left = View.tabsLeft;
   for (uint32_t i = FirstShownTab; i-- > 0;)
@@ -118,7 +108,7 @@ HitCode HitTest(int32_t x, int32_t y, HitResult* out) {
   }
   if (x >= View.cellsRight) return out->code = HitRightOfCells;
   PaneGeometry panes;
-  MeasurePanes(Book(), SheetIndex(), &panes);
+  MeasurePanes(CurrentBook(), CurrentSheetIndex(), &panes);
   bool inHeaderRow = y < View.cellsTop, inHeaderCol = x < View.cellsLeft;
   if (inHeaderRow && inHeaderCol) return out->code = HitCorner;
   if (!inHeaderCol && !FindInPanes(false, x, View.cellsLeft, panes.splitX, &out->col))
@@ -133,7 +123,7 @@ HitCode HitTest(int32_t x, int32_t y, HitResult* out) {
 // The header strips of a row and a column, for repaint when the active cell leaves or enters.
 static void InvalidateHeaders(uint32_t row, uint32_t col) {
   PlatformRect r;
-  if (!CellScreenRect(Book(), SheetIndex(), row, col, &r)) return;
+  if (!CellScreenRect(CurrentBook(), CurrentSheetIndex(), row, col, &r)) return;
   PlatformRect rowHeader{View.gridLeft, r.top, View.cellsLeft, r.bottom};
   PlatformRect colHeader{r.left, View.gridTop, r.right, View.cellsTop};
   gPlatform->invalidate(&rowHeader);
@@ -145,7 +135,8 @@ static void InvalidateHeaders(uint32_t row, uint32_t col) {
 // it whole.
 static uint32_t FirstToShow(bool rows, uint32_t index, uint32_t first, int32_t room) {
   auto size = [&](uint32_t i) {
-    return rows ? RowPixels(Book(), SheetIndex(), i) : ColumnPixels(Book(), SheetIndex(), i);
+    return rows ? RowPixels(CurrentBook(), CurrentSheetIndex(), i)
+                : ColumnPixels(CurrentBook(), CurrentSheetIndex(), i);
   };
   if (index < first || size(index) >= room) return index;
   int32_t used = size(index);
@@ -160,15 +151,16 @@ static uint32_t FirstToShow(bool rows, uint32_t index, uint32_t first, int32_t r
 }
 
 void ScrollIntoView(uint32_t row, uint32_t col) {
-  Sheet* s = Current();
+  Sheet* s = CurrentSheet();
   PaneGeometry panes;
-  MeasurePanes(Book(), SheetIndex(), &panes);
+  MeasurePanes(CurrentBook(), CurrentSheetIndex(), &panes);
   bool moved = false;
   bool frozenRow = s->frozenRow && row >= s->paneTopRow && row < s->frozenRow;
   if (!frozenRow) {
     if (row < s->frozenRow) row = s->frozenRow;
     PlatformRect r;
-    bool inView = row >= s->topRow && CellScreenRect(Book(), SheetIndex(), row, s->leftCol, &r) &&
+    bool inView = row >= s->topRow &&
+                  CellScreenRect(CurrentBook(), CurrentSheetIndex(), row, s->leftCol, &r) &&
                   r.bottom <= View.cellsBottom;
     if (!inView) {
       uint32_t first = row < s->topRow
@@ -184,7 +176,8 @@ void ScrollIntoView(uint32_t row, uint32_t col) {
   if (!frozenCol) {
     if (col < s->frozenCol) col = s->frozenCol;
     PlatformRect r;
-    bool inView = col >= s->leftCol && CellScreenRect(Book(), SheetIndex(), s->topRow, col, &r) &&
+    bool inView = col >= s->leftCol &&
+                  CellScreenRect(CurrentBook(), CurrentSheetIndex(), s->topRow, col, &r) &&
                   r.right <= View.cellsRight;
     if (!inView) {
       uint32_t first = col < s->leftCol
@@ -200,13 +193,13 @@ void ScrollIntoView(uint32_t row, uint32_t col) {
 }
 
 void SelectRange(const Range* range, int moveActive, uint32_t row, uint32_t col, int scroll) {
-  Sheet* s = Current();
+  Sheet* s = CurrentSheet();
   Range old = s->selection;
   Range next = *range;
   GrowOverMerges(&next);
   s->selection = next;
-  InvalidateRange(Book(), SheetIndex(), &old, 1);
-  InvalidateRange(Book(), SheetIndex(), &next, 1);
+  InvalidateRange(CurrentBook(), CurrentSheetIndex(), &old, 1);
+  InvalidateRange(CurrentBook(), CurrentSheetIndex(), &next, 1);
   if (!moveActive) return;
   Options.endMode = 0;
   uint32_t oldRow = s->activeRow, oldCol = s->activeCol;
@@ -232,7 +225,7 @@ void SelectCell(uint32_t row, uint32_t col, int scroll) {
 }
 
 void SetActiveSheet(uint32_t sheet) {
-  Workbook* w = GetWorkbook(Book());
+  Workbook* w = GetWorkbook(CurrentBook());
   Options.endMode = 0;
   if (sheet >= w->sheetCount || sheet == w->currentSheet) return;
   CancelEntry();
@@ -263,8 +256,7 @@ int StepCell(int32_t dRow, int32_t dCol, uint32_t* row, uint32_t* col) {
 }
 
 static bool EmptyAt(uint32_t row, uint32_t col) {
-  const Cell* cell = CellAt(&Current()->cells, row, col);
-  return !cell || (cell->value.tag == ValueEmpty && !cell->formula.bytes);
+  return CellIsEmpty(CellAt(&CurrentSheet()->cells, row, col));
 }
 
 // The edge of the data from `start` in a direction: the first non-empty cell when the start or
@@ -293,7 +285,7 @@ static uint32_t EdgeJump(bool rows, uint32_t fixed, uint32_t start, int32_t d) {
 
 // Shift with an arrow: the far edge from the active cell grows or the near one shrinks.
 static void SelectionStep(int32_t dRow, int32_t dCol) {
-  Sheet* s = Current();
+  Sheet* s = CurrentSheet();
   Range r = s->selection;
   if (dRow) {
     bool shrink = dRow > 0 ? s->activeRow > r.firstRow : s->activeRow < r.lastRow;
@@ -321,7 +313,7 @@ static void SelectionStep(int32_t dRow, int32_t dCol) {
 
 // Extends the selection from the active cell to (row, col).
 static void ExtendTo(uint32_t row, uint32_t col) {
-  const Sheet* s = Current();
+  const Sheet* s = CurrentSheet();
   Range r{static_cast<uint16_t>(std::min<uint32_t>(row, s->activeRow)),
           static_cast<uint16_t>(std::max<uint32_t>(row, s->activeRow)),
           static_cast<uint8_t>(std::min<uint32_t>(col, s->activeCol)),
@@ -331,7 +323,7 @@ static void ExtendTo(uint32_t row, uint32_t col) {
 }
 
 void ArrowMove(int32_t key, uint32_t modifiers) {
-  Sheet* s = Current();
+  Sheet* s = CurrentSheet();
   int32_t dRow = key == KeyDown ? 1 : key == KeyUp ? -1 : 0;
   int32_t dCol = key == KeyRight ? 1 : key == KeyLeft ? -1 : 0;
   bool shift = modifiers & ModShift;
@@ -372,33 +364,33 @@ void ArrowMove(int32_t key, uint32_t modifiers) {
 }
 
 static void LastUsedCell(uint32_t* row, uint32_t* col) {
-  const Sheet* s = Current();
+  const Sheet* s = CurrentSheet();
   *row = 0;
   *col = 0;
   for (uint32_t i = 0; i < s->cells.count; i++) {
     const Cell* c = s->cells.cells[i];
-    if (c->value.tag == ValueEmpty && !c->formula.bytes) continue;
+    if (CellIsEmpty(c)) continue;
     *row = std::max<uint32_t>(*row, c->row);
     *col = std::max<uint32_t>(*col, c->col);
   }
 }
 
 static void PageDown() {
-  Sheet* s = Current();
+  Sheet* s = CurrentSheet();
   if (s->topRow >= MaxRow) return;
   s->topRow = static_cast<uint16_t>(s->bottomRow == s->topRow ? s->bottomRow + 1u : s->bottomRow);
   RemeasureView();
 }
 
 static void PageUp() {
-  Sheet* s = Current();
+  Sheet* s = CurrentSheet();
   if (s->topRow <= s->frozenRow) return;
   PaneGeometry panes;
-  MeasurePanes(Book(), SheetIndex(), &panes);
+  MeasurePanes(CurrentBook(), CurrentSheetIndex(), &panes);
   int32_t used = panes.splitY;
   uint32_t top = s->topRow;
   while (top > s->frozenRow) {
-    int32_t h = RowPixels(Book(), SheetIndex(), top - 1);
+    int32_t h = RowPixels(CurrentBook(), CurrentSheetIndex(), top - 1);
     if (used + h > View.cellsBottom) break;
     used += h;
     top--;
@@ -409,7 +401,7 @@ static void PageUp() {
 }
 
 void ScrollView(int vertical, int32_t code, int32_t position) {
-  Sheet* s = Current();
+  Sheet* s = CurrentSheet();
   if (vertical) {
     if (code == 0 && s->topRow > s->frozenRow) s->topRow--;
     if (code == 1 && s->topRow < MaxRow) s->topRow++;
@@ -432,25 +424,25 @@ void ScrollView(int vertical, int32_t code, int32_t position) {
 }
 
 static void NextVisibleSheet(int32_t d) {
-  const Workbook* w = GetWorkbook(Book());
+  const Workbook* w = GetWorkbook(CurrentBook());
   for (int32_t i = static_cast<int32_t>(w->currentSheet) + d;
        i >= 0 && i < static_cast<int32_t>(w->sheetCount); i += d)
     if (!w->sheets[i]->hidden) return SetActiveSheet(i);
 }
 
 static void ClearSelectionContents() {
-  Sheet* s = Current();
+  Sheet* s = CurrentSheet();
   if (GuardProtected(&s->selection) || GuardArrayPart(&s->selection)) return;
-  if (!PushRegionUndo(UndoCellContents, Book(), SheetIndex(), &s->selection)) return;
-  ClearCellsInRange(Book(), SheetIndex(), &s->selection);
-  GetWorkbook(Book())->dirty = 1;
-  InvalidateRange(Book(), SheetIndex(), &s->selection, 1);
+  if (!PushRegionUndo(UndoCellContents, CurrentBook(), CurrentSheetIndex(), &s->selection)) return;
+  ClearCellsInRange(CurrentBook(), CurrentSheetIndex(), &s->selection);
+  GetWorkbook(CurrentBook())->dirty = 1;
+  InvalidateRange(CurrentBook(), CurrentSheetIndex(), &s->selection, 1);
   RefreshFormulaBar();
 }
 
 int GridKeyDown(int32_t key, uint32_t modifiers) {
-  if (App.workbookCount == 0 || !SheetHasCells(Current())) return 0;
-  Sheet* s = Current();
+  if (App.workbookCount == 0 || !SheetHasCells(CurrentSheet())) return 0;
+  Sheet* s = CurrentSheet();
   bool ctrl = modifiers & ModControl, shift = modifiers & ModShift;
   switch (key) {
     case KeyUp:
@@ -519,14 +511,14 @@ int GridButtonDown(int32_t x, int32_t y, uint32_t modifiers) {
   if (App.workbookCount == 0) return 0;
   HitResult hit;
   HitTest(x, y, &hit);
-  Sheet* s = Current();
+  Sheet* s = CurrentSheet();
   if (hit.code == HitTab) {
     SetActiveSheet(hit.sheet);
     return 1;
   }
   if (!SheetHasCells(s) || hit.code < HitCorner || hit.code > HitCell) return 0;
   if (Options.editMode && !PressWhileEditing(&hit)) return 1;
-  s = Current();
+  s = CurrentSheet();
   bool shift = modifiers & ModShift;
   Range r{};
   switch (hit.code) {

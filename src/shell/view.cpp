@@ -9,6 +9,16 @@ ViewMetrics View;
 PointModeState PointMode;
 int ScrollBarsStale;
 
+uint32_t CurrentBook() {
+  return App.currentBook;
+}
+uint32_t CurrentSheetIndex() {
+  return GetWorkbook(App.currentBook)->currentSheet;
+}
+Sheet* CurrentSheet() {
+  return GetSheet(CurrentBook(), CurrentSheetIndex());
+}
+
 static ZoomMetrics Zoomed() {
   return ZoomMetrics{View.dpiY, View.digitWidth};
 }
