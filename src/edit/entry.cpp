@@ -133,21 +133,25 @@ static int FillCell(const EntryTarget* t, InputKind kind, const InputResult* inp
   }
 }
 
-int StoreEntry(const char16_t* text, const EntryTarget* t, EntryStatus* status) {
-  *status = EntryStored;
-  if (!text) text = u"";
-  Sheet* s = GetSheet(t->book, t->sheet);
-  if (!SheetHasCells(s)) return 0;
-  const Range* r = &t->range;
-  ParseContext ctx{t->book, t->sheet, 1, r->firstRow, r->firstCol, 0, t->arrayEntry};
-  InputResult input{};
-  EntryFormat format{-1, text[0] == u'\'', false, false};
-  bool textOnly = XfForCell(t->book, t->sheet, r->firstRow, r->firstCol) == TextOnlyXf;
-  InputKind kind = textOnly ? InputText : ClassifyInput(&ctx, text, &input);
-  FormulaTokens tokens{};
-  switch (kind) {
+// An entry read and compiled once, before it goes into any cell.
+struct PreparedEntry {
+  InputKind kind;
+  InputResult input;
+  FormulaTokens tokens;
+  EntryFormat format;
+};
+
+// Classifies `text` at the context's cell and compiles a formula. Returns 0 on lost memory or,
+// with *status EntryBadFormula, for a formula that does not compile.
+static int PrepareEntry(const ParseContext* ctx, const char16_t* text, PreparedEntry* e,
+                        EntryStatus* status) {
+  *e = PreparedEntry{};
+  e->format = EntryFormat{-1, text[0] == u'\'', false, false};
+  bool textOnly = XfForCell(ctx->book, ctx->sheet, ctx->baseRow, ctx->baseColumn) == TextOnlyXf;
+  e->kind = textOnly ? InputText : ClassifyInput(ctx, text, &e->input);
+  switch (e->kind) {
     case InputFormula:
-      switch (CompileFormula(&ctx, text, ClassCodeValue, &tokens)) {
+      switch (CompileFormula(ctx, text, ClassCodeValue, &e->tokens)) {
         case CompileOk:
           break;
         case CompileNoMemory:
@@ -156,9 +160,9 @@ int StoreEntry(const char16_t* text, const EntryTarget* t, EntryStatus* status) 
           *status = EntryBadFormula;
           return 0;
       }
-      format.formatId = FormulaFormatHint(&ctx, text);
-      if (format.formatId == 0) format.formatId = -1;
-      format.hyperlink = TokensCallFunction(&tokens, &HyperlinkFunction, 1);
+      e->format.formatId = FormulaFormatHint(ctx, text);
+      if (e->format.formatId == 0) e->format.formatId = -1;
+      e->format.hyperlink = TokensCallFunction(&e->tokens, &HyperlinkFunction, 1);
       break;
     case InputText:
       // A failed formula is never kept as text, but a lone "=", "+" or "-" is text.
@@ -167,14 +171,65 @@ int StoreEntry(const char16_t* text, const EntryTarget* t, EntryStatus* status) 
         *status = EntryBadFormula;
         return 0;
       }
-      format.wrap = HasLineFeed(text);
+      e->format.wrap = HasLineFeed(text);
       break;
     case InputNumber:
-      format.formatId = BuiltInFormatForHint(input.hint, input.hintDetail);
+      e->format.formatId = BuiltInFormatForHint(e->input.hint, e->input.hintDetail);
       break;
     default:
       break;
   }
+  return 1;
+}
+
+int ReadEntryForLoad(const char16_t* text, uint32_t book, uint32_t sheet, uint32_t row,
+                     uint32_t col, Value* value, FormulaTokens* tokens, uint16_t* xf,
+                     EntryStatus* status) {
+  *status = EntryStored;
+  *value = Value{};
+  *tokens = FormulaTokens{};
+  ParseContext ctx{book, sheet, 1, static_cast<uint16_t>(row), static_cast<uint8_t>(col), 0, 0};
+  PreparedEntry e;
+  if (!PrepareEntry(&ctx, text, &e, status)) return 0;
+  EntryTarget t{book,
+                sheet,
+                Range{static_cast<uint16_t>(row), static_cast<uint16_t>(row),
+                      static_cast<uint8_t>(col), static_cast<uint8_t>(col)},
+                static_cast<uint16_t>(row),
+                static_cast<uint8_t>(col),
+                0,
+                0,
+                1};
+  Cell proto{};
+  proto.row = static_cast<uint16_t>(row);
+  proto.col = static_cast<uint8_t>(col);
+  int ok = FillCell(&t, e.kind, &e.input, &e.tokens, text, &proto) &&
+           ChooseXf(book, sheet, row, col, &e.format, &proto.xf);
+  FreeTokens(&e.tokens);
+  if (!ok) {
+    FreeValue(&proto.value);
+    FreeTokens(&proto.formula);
+    return 0;
+  }
+  *value = proto.value;
+  *tokens = proto.formula;
+  *xf = proto.xf;
+  return 1;
+}
+
+int StoreEntry(const char16_t* text, const EntryTarget* t, EntryStatus* status) {
+  *status = EntryStored;
+  if (!text) text = u"";
+  Sheet* s = GetSheet(t->book, t->sheet);
+  if (!SheetHasCells(s)) return 0;
+  const Range* r = &t->range;
+  ParseContext ctx{t->book, t->sheet, 1, r->firstRow, r->firstCol, 0, t->arrayEntry};
+  PreparedEntry e;
+  if (!PrepareEntry(&ctx, text, &e, status)) return 0;
+  InputKind kind = e.kind;
+  const InputResult& input = e.input;
+  FormulaTokens& tokens = e.tokens;
+  const EntryFormat& format = e.format;
 
   s = GetSheet(t->book, t->sheet);
   RemoveArraysInside(s, r);
