@@ -190,6 +190,10 @@ int ReadDelimited(uint32_t book, const uint8_t* bytes, size_t size, char16_t sep
   CloseCodePage(&r.page);
   GetWorkbook(book)->currentSheet = 0;
   if (!FinishLoad(book) && failure == DelimitedOk) failure = DelimitedNoMemory;
+  // A text file holds no results: each formula is worked out now, once its precedents are known.
+  CellArray* cells = &GetSheet(book, 0)->cells;
+  for (uint32_t i = 0; i < cells->count; i++)
+    if (cells->cells[i]->formula.bytes) CalculateCell(book, 0, cells->cells[i]);
   if (sawLineFeed)
     for (uint32_t fit = 0; fit <= row; fit++) FitRowToContents(book, 0, fit);
   *stop = DelimitedStop{failure, row, col};
