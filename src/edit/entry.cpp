@@ -133,6 +133,97 @@ static int FillCell(const EntryTarget* t, InputKind kind, const InputResult* inp
   }
 }
 
+// An entry read and compiled once, before it goes into any cell.
+struct PreparedEntry {
+  InputKind kind;
+  InputResult input;
+  FormulaTokens tokens;
+  EntryFormat format;
+};
+
+// Classifies `text` at the context's cell and compiles a formula. Returns 0 on lost memory or,
+// with *status EntryBadFormula, for a formula that does not compile.
+static int PrepareEntry(const ParseContext* ctx, const char16_t* text, PreparedEntry* e,
+                        EntryStatus* status) {
+  *e = PreparedEntry{};
+  e->format = EntryFormat{
+      .formatId = -1, .quotePrefix = text[0] == u'\'', .wrap = false, .hyperlink = false};
+  bool textOnly = XfForCell(ctx->book, ctx->sheet, ctx->baseRow, ctx->baseColumn) == TextOnlyXf;
+  e->kind = textOnly ? InputText : ClassifyInput(ctx, text, &e->input);
+  switch (e->kind) {
+    case InputFormula:
+      switch (CompileFormula(ctx, text, ClassCodeValue, &e->tokens)) {
+        case CompileOk:
+          break;
+        case CompileNoMemory:
+          return 0;
+        default:
+          *status = EntryBadFormula;
+          return 0;
+      }
+      e->format.formatId = FormulaFormatHint(ctx, text);
+      if (e->format.formatId == 0) e->format.formatId = -1;
+      e->format.hyperlink = TokensCallFunction(&e->tokens, &HyperlinkFunction, 1);
+      break;
+    case InputText:
+      // A failed formula is never kept as text, but a lone "=", "+" or "-" is text.
+      if (!textOnly && TextLength(text) > 1 &&
+          (text[0] == u'=' || text[0] == u'+' || text[0] == u'-')) {
+        *status = EntryBadFormula;
+        return 0;
+      }
+      e->format.wrap = HasLineFeed(text);
+      break;
+    case InputNumber:
+      e->format.formatId = BuiltInFormatForHint(e->input.hint, e->input.hintDetail);
+      break;
+    default:
+      break;
+  }
+  return 1;
+}
+
+int ReadEntryForLoad(const char16_t* text, uint32_t book, uint32_t sheet, uint32_t row,
+                     uint32_t col, Value* value, FormulaTokens* tokens, uint16_t* xf,
+                     EntryStatus* status) {
+  *status = EntryStored;
+  *value = Value{};
+  *tokens = FormulaTokens{};
+  ParseContext ctx{.book = book,
+                   .sheet = sheet,
+                   .a1Style = A1Style,
+                   .baseRow = static_cast<uint16_t>(row),
+                   .baseColumn = static_cast<uint8_t>(col),
+                   .relativeMode = ReferencesAsWritten,
+                   .arrayFormula = SingleCellFormula};
+  PreparedEntry e;
+  if (!PrepareEntry(&ctx, text, &e, status)) return 0;
+  EntryTarget t{.book = book,
+                .sheet = sheet,
+                .range = Range{static_cast<uint16_t>(row), static_cast<uint16_t>(row),
+                               static_cast<uint8_t>(col), static_cast<uint8_t>(col)},
+                .anchorRow = static_cast<uint16_t>(row),
+                .anchorCol = static_cast<uint8_t>(col),
+                .arrayEntry = 0,
+                .fillSelection = 0,
+                .loading = 1};
+  Cell proto{};
+  proto.row = static_cast<uint16_t>(row);
+  proto.col = static_cast<uint8_t>(col);
+  int ok = FillCell(&t, e.kind, &e.input, &e.tokens, text, &proto) &&
+           ChooseXf(book, sheet, row, col, &e.format, &proto.xf);
+  FreeTokens(&e.tokens);
+  if (!ok) {
+    FreeValue(&proto.value);
+    FreeTokens(&proto.formula);
+    return 0;
+  }
+  *value = proto.value;
+  *tokens = proto.formula;
+  *xf = proto.xf;
+  return 1;
+}
+
 int StoreEntry(const char16_t* text, const EntryTarget* t, EntryStatus* status) {
   *status = EntryStored;
   if (!text) text = u"";
@@ -146,42 +237,12 @@ int StoreEntry(const char16_t* text, const EntryTarget* t, EntryStatus* status) 
                    .baseColumn = r->firstCol,
                    .relativeMode = ReferencesAsWritten,
                    .arrayFormula = t->arrayEntry};
-  InputResult input{};
-  EntryFormat format{
-      .formatId = -1, .quotePrefix = text[0] == u'\'', .wrap = false, .hyperlink = false};
-  bool textOnly = XfForCell(t->book, t->sheet, r->firstRow, r->firstCol) == TextOnlyXf;
-  InputKind kind = textOnly ? InputText : ClassifyInput(&ctx, text, &input);
-  FormulaTokens tokens{};
-  switch (kind) {
-    case InputFormula:
-      switch (CompileFormula(&ctx, text, ClassCodeValue, &tokens)) {
-        case CompileOk:
-          break;
-        case CompileNoMemory:
-          return 0;
-        default:
-          *status = EntryBadFormula;
-          return 0;
-      }
-      format.formatId = FormulaFormatHint(&ctx, text);
-      if (format.formatId == 0) format.formatId = -1;
-      format.hyperlink = TokensCallFunction(&tokens, &HyperlinkFunction, 1);
-      break;
-    case InputText:
-      // A failed formula is never kept as text, but a lone "=", "+" or "-" is text.
-      if (!textOnly && TextLength(text) > 1 &&
-          (text[0] == u'=' || text[0] == u'+' || text[0] == u'-')) {
-        *status = EntryBadFormula;
-        return 0;
-      }
-      format.wrap = HasLineFeed(text);
-      break;
-    case InputNumber:
-      format.formatId = BuiltInFormatForHint(input.hint, input.hintDetail);
-      break;
-    default:
-      break;
-  }
+  PreparedEntry e;
+  if (!PrepareEntry(&ctx, text, &e, status)) return 0;
+  InputKind kind = e.kind;
+  const InputResult& input = e.input;
+  FormulaTokens& tokens = e.tokens;
+  const EntryFormat& format = e.format;
 
   s = GetSheet(t->book, t->sheet);
   RemoveArraysInside(s, r);

@@ -5,7 +5,9 @@
 #pragma once
 #include <cstdint>
 
+#include "formula/tokens.h"
 #include "model/range.h"
+#include "model/value.h"
 
 // Why StoreEntry stored nothing; EntryStored when it did (or met lost memory, already reported).
 enum EntryStatus : int32_t {
@@ -33,3 +35,10 @@ constexpr uint16_t TextOnlyXf = 49;
 // a formula that does not compile (nothing changes), or 0 with EntryStored on a sheet without
 // cells or on lost memory. Marks the workbook dirty unless loading.
 int StoreEntry(const char16_t* text, const EntryTarget* target, EntryStatus* status);
+
+// Reads `text` as the entry of one cell of a file being loaded, without storing it: *value,
+// *tokens and *xf receive what StoreEntry would put in the cell, for the reader to pass to
+// LoadCell. Returns 0 as StoreEntry does; nothing is left to free then.
+int ReadEntryForLoad(const char16_t* text, uint32_t book, uint32_t sheet, uint32_t row,
+                     uint32_t col, Value* value, FormulaTokens* tokens, uint16_t* xf,
+                     EntryStatus* status);

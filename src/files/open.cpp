@@ -156,7 +156,6 @@ int LoadWorkbookFile(const char16_t* path, const char16_t* delimiter, LoadReport
   if (type == FileCsv || type == FileTxt) NameSheetAfterFile(book, path);
   int ok = row->read(book, bytes, size, delimiter ? delimiter[0] : 0, report);
   Release(bytes);
-  if (ok) GetWorkbook(book)->dirty = 0;
   return ok;
 }
 

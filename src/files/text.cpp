@@ -14,6 +14,7 @@
 #include "formula/parser.h"
 #include "formula/recalc.h"
 #include "model/cells.h"
+#include "model/load.h"
 #include "model/styles.h"
 #include "model/workbook.h"
 
@@ -128,19 +129,6 @@ static void KeepAsText(uint32_t book, Field* f) {
   }
 }
 
-// After a load nothing has marked the readers of later cells: every formula is worked out again
-// when it is wanted.
-static void FinishLoad(uint32_t book, bool sawLineFeed, uint32_t lastRow) {
-  Workbook* wb = GetWorkbook(book);
-  wb->currentSheet = 0;
-  wb->dirty = 0;
-  CellArray* cells = &GetSheet(book, 0)->cells;
-  for (uint32_t i = 0; i < cells->count; i++)
-    if (cells->cells[i]->formula.bytes) cells->cells[i]->state = CellDirty;
-  if (sawLineFeed)
-    for (uint32_t row = 0; row <= lastRow; row++) FitRowToContents(book, 0, row);
-}
-
 int ReadDelimited(uint32_t book, const uint8_t* bytes, size_t size, char16_t separator,
                   DelimitedStop* stop) {
   DelimitedStop local;
@@ -175,18 +163,12 @@ int ReadDelimited(uint32_t book, const uint8_t* bytes, size_t size, char16_t sep
     if (failure != DelimitedOk) break;
     if (keepText) KeepAsText(book, &f);
     if (f.length) {
-      uint16_t cellRow = static_cast<uint16_t>(row);
-      uint8_t cellCol = static_cast<uint8_t>(col);
-      EntryTarget target{.book = book,
-                         .sheet = 0,
-                         .range = Range{cellRow, cellRow, cellCol, cellCol},
-                         .anchorRow = cellRow,
-                         .anchorCol = cellCol,
-                         .arrayEntry = 0,
-                         .fillSelection = 0,
-                         .loading = 1};
+      Value value;
+      FormulaTokens tokens;
+      uint16_t xf = 0;
       EntryStatus status;
-      if (!StoreEntry(FieldText(&f), &target, &status)) {
+      if (!ReadEntryForLoad(FieldText(&f), book, 0, row, col, &value, &tokens, &xf, &status) ||
+          !LoadCell(book, 0, row, col, xf, &value, &tokens, 1)) {
         failure = status == EntryBadFormula ? DelimitedBadFormula : DelimitedNoMemory;
         break;
       }
@@ -206,7 +188,14 @@ int ReadDelimited(uint32_t book, const uint8_t* bytes, size_t size, char16_t sep
   }
   Release(buffer);
   CloseCodePage(&r.page);
-  FinishLoad(book, sawLineFeed, row);
+  GetWorkbook(book)->currentSheet = 0;
+  if (!FinishLoad(book) && failure == DelimitedOk) failure = DelimitedNoMemory;
+  // A text file holds no results: each formula is worked out now, once its precedents are known.
+  CellArray* cells = &GetSheet(book, 0)->cells;
+  for (uint32_t i = 0; i < cells->count; i++)
+    if (cells->cells[i]->formula.bytes) CalculateCell(book, 0, cells->cells[i]);
+  if (sawLineFeed)
+    for (uint32_t fit = 0; fit <= row; fit++) FitRowToContents(book, 0, fit);
   *stop = DelimitedStop{failure, row, col};
   if (failure == DelimitedInvalid) ShowMessage(InvalidDataMessage, MessageError);
   return failure == DelimitedOk;

@@ -217,6 +217,14 @@ int32_t ParseCall(Emitter* e, const FunctionEntry* entry, int isAddIn, int32_t p
       char letter = argc < letters ? args[argc] : 0;
       char argClass = entry ? ArgumentClass(letter, cls, ctx->arrayFormula, isAddIn)
                             : static_cast<char>(ClassCodeReference);
+      if (q == p && argc == 0 && text[q] == u')' && entry && !isAddIn && !HasRequiredFrom(args) &&
+          static_cast<int8_t>(FunctionCategory(entry)) <
+              static_cast<int8_t>(CategoryMacroControl)) {
+        // Empty parentheses call a worksheet function whose arguments are all optional with
+        // none, as LIGNE() does; macro functions keep one missing argument.
+        p = q + 1;
+        break;
+      }
       if (q == p) {
         if (!EmitByte(e, ptgMissArg)) return -1;
       } else if (ParseExpression(e, p, q, argClass) < 0) {

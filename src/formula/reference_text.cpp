@@ -632,6 +632,23 @@ int32_t ParseReferenceText(const char16_t* text, int32_t start, int32_t end, int
                            uint16_t baseRow, uint8_t baseColumn, uint32_t book,
                            int32_t* externSheet, Range* range, uint8_t* flags) {
   if (!text || start < 0 || start >= end) return -1;
+  // "#REF!" in front: a reference into a sheet of this workbook that has been deleted. It keeps
+  // its place and reads back onto a link to the deleted sheet.
+  static const char16_t DeletedPrefix[] = u"#REF!";
+  int32_t k = 0;
+  while (DeletedPrefix[k] && start + k < end && AsciiUpper(text[start + k]) == DeletedPrefix[k])
+    k++;
+  if (!DeletedPrefix[k]) {
+    int32_t behind =
+        ParseCellReference(text, start + k, end, a1Style, baseRow, baseColumn, range, flags);
+    if (behind < 0 || !externSheet) return behind;
+    uint32_t self = 0;
+    if (!FindOrAddExternalBook(book, ExternalSelf, nullptr, &self) ||
+        !FindOrAddSheetLink(book, static_cast<int16_t>(self), DeletedSheet, DeletedSheet,
+                            externSheet))
+      return -1;
+    return behind;
+  }
   SheetQualifier q;
   int32_t p = ParseSheetPrefix(text, start, end, book, &q);
   if (p < 0 || p >= end) return -1;

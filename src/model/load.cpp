@@ -69,7 +69,7 @@ static bool MarkedVolatileInFile(const FormulaTokens* f) {
 int FinishLoad(uint32_t book) {
   Workbook* wb = GetWorkbook(book);
   int ok = 1;
-  bool anyDirty = false, volatileInFile = false;
+  bool anyDirty = false, anyVolatile = false;
   for (uint32_t s = 0; s < wb->sheetCount; s++) {
     Sheet* sh = GetSheet(book, s);
     for (uint32_t i = 0; i < sh->cells.count; i++) {
@@ -77,12 +77,17 @@ int FinishLoad(uint32_t book) {
       if (c->xf >= wb->xfCount) c->xf = DefaultCellXf;
       if (!c->formula.bytes) continue;
       if (sh->kind == SheetWorksheet && !BuildPrecedents(book, s, c)) ok = 0;
-      if (MarkedVolatileInFile(&c->formula)) volatileInFile = true;
-      if (c->isVolatile) c->state = CellDirty;
+      if (MarkedVolatileInFile(&c->formula)) anyVolatile = true;
+      if (c->isVolatile) {
+        c->state = CellDirty;
+        anyVolatile = true;
+      }
       if (c->state == CellDirty) anyDirty = true;
     }
   }
   if (anyDirty) MarkReadersOfDirtyFormulas(book);
-  if (volatileInFile) wb->dirty = 1;
+  // Whatever the reader did to the workbook on the way, a fresh load matches its file unless a
+  // volatile formula will change its values.
+  wb->dirty = anyVolatile ? 1 : 0;
   return ok;
 }

@@ -35,7 +35,8 @@ int LoadCell(uint32_t book, uint32_t sheet, uint32_t row, uint32_t col, uint16_t
 
 // Ends the load of `book`: builds the precedents of every worksheet formula; a volatile formula
 // joins those asked to be worked out again; all of them, and every cell that reads them, are
-// marked dirty in one marking. A workbook whose file opened with a volatile formula is marked as
-// changed since its file, since its values are not those of the file any more. Returns 0 when
-// memory runs out (the allocator has told the user; the cells are kept, some without precedents).
+// marked dirty in one marking. The workbook counts as unchanged since its file, unless it holds a
+// volatile formula: then it is marked changed, since its values will not be those of the file.
+// Returns 0 when memory runs out (the allocator has told the user; the cells are kept, some without
+// precedents).
 int FinishLoad(uint32_t book);

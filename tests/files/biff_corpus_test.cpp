@@ -202,10 +202,10 @@ TEST(BiffCorpus, EveryFileLoadsOrIsRefusedAndFormulasRoundTrip) {
   for (const std::string& d : tally.differing) std::printf("  differs: %s\n", d.c_str());
   EXPECT_GT(tally.loaded, 0);
   EXPECT_EQ(tally.printed, tally.formulas);
-  // The aim is 99%. What stands between: the parser does not read back "#REF!A1" (a reference to
-  // a deleted sheet) and gives LIGNE() a missing argument where files call it with none; both
-  // belong to the parser, and this floor only keeps the reader from losing ground meanwhile.
-  EXPECT_GE(tally.same * 100.0, tally.formulas * 86.0);
+  // Nearly every formula reads back to its own tokens (42,610 of 42,667 at last count). What is
+  // left are files whose tokens no typed text gives: error constants stored as references,
+  // URL book paths, a deleted name, and calls with an empty first argument.
+  EXPECT_GE(tally.same * 1000.0, tally.formulas * 998.0);
 }
 
 }  // namespace

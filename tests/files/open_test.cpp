@@ -107,6 +107,23 @@ TEST_F(OpenTest, TheSheetIsNamedAfterTheFile) {
   }
 }
 
+TEST_F(OpenTest, AFreshLoadIsChangedOnlyByVolatileFormulas) {
+  struct Case {
+    const char* bytes;
+    int dirty;
+  } cases[] = {
+      {"1;=A1*2\r\n", 0},
+      {"1;=ALEA()\r\n", 1},
+      {"1;=A1+ALEA()*0\r\n", 1},
+  };
+  for (const Case& c : cases) {
+    std::u16string path = PathOf("vol.csv", c.bytes, true);
+    LoadReport report;
+    ASSERT_TRUE(LoadWorkbookFile(path.c_str(), nullptr, &report)) << c.bytes;
+    EXPECT_EQ(GetWorkbook(report.book)->dirty, c.dirty) << c.bytes;
+  }
+}
+
 TEST_F(OpenTest, SaveReplacesTheFileAndAsksAboutOtherSheets) {
   std::u16string source = PathOf("in.txt", "a\tb\r\n\r\n1,5\r\n", true);
   LoadReport report;

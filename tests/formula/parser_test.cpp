@@ -155,6 +155,9 @@ TEST_F(ParserTest, ReferenceFormsAndClasses) {
       {u"=ABS(A1)", T().Ref(0, 0).Func(Abs)},
       {u"=N(A1)", T().Ref(0, 0, R).Func(131)},
       {u"=LIGNES(A1:B2)", T().Area(0, 1, 0, 1, R).Func(76)},
+      {u"=LIGNE()", T().FuncVar(8, 0)},
+      {u"=COLONNE()+1", T().FuncVar(9, 0).Int(1).Op(ptgAdd)},
+      {u"=LIGNE(B3)", T().Ref(2, 1, R).FuncVar(8, 1)},
       {u"=INDEX(A1:B2;1)", T().Area(0, 1, 0, 1, R).Int(1).FuncVar(29, 2)},
       {u"=SOMME(INDEX(A1:B2;1))", T().Area(0, 1, 0, 1, R).Int(1).FuncVar(29, 2, R).Sum()},
       {u"=SOMME({1\\2})", ArrayOf(1, 2, {NumberValue(1), NumberValue(2)}, A).Sum()},
@@ -185,6 +188,20 @@ TEST_F(ParserTest, ReferencesToOtherSheetsAndRelativeMode) {
        T().Operand(ptgAreaN, V).Word(0xFFFE).Word(1).Byte(0xFF).Byte(0xC0).Byte(0).Byte(0xC0)},
       {u"=Feuil2!A1", T().Operand(ptgRef3d, V).Word(0).Word(0).Byte(0).Byte(0xC0)},
   });
+}
+
+// A reference into a deleted sheet reads back onto a link to that sheet; "#REF!" alone stays the
+// error.
+TEST_F(ParserTest, ReferencesIntoADeletedSheet) {
+  Expect({
+      {u"=#REF!A257", T().Operand(ptgRef3d, V).Word(0).Word(256).Byte(0).Byte(0xC0)},
+      {u"=SOMME(#ref!$B$2:C3)",
+       T().Operand(ptgArea3d, R).Word(0).Word(1).Word(2).Byte(1).Byte(0).Byte(2).Byte(0xC0).Sum()},
+      {u"=#REF!+1", T().Err(ErrRef).Int(1).Op(ptgAdd)},
+  });
+  ASSERT_EQ(Book()->sheetLinkCount, 1u);
+  EXPECT_EQ(Book()->sheetLinks[0].firstSheet, DeletedSheet);
+  EXPECT_EQ(Book()->sheetLinks[0].lastSheet, DeletedSheet);
 }
 
 TEST_F(ParserTest, JumpsOfSiAndChoisirAndTheVolatileMark) {
