@@ -7,63 +7,27 @@
 #include "base/alloc.h"
 #include "base/text.h"
 #include "cli/verbs.h"
-#include "format/input.h"
-#include "formula/parser.h"
-#include "model/styles.h"
-#include "model/value.h"
+#include "edit/entry.h"
 #include "model/workbook.h"
 
-// A typed number takes the built-in format its form asks for: a date shows as a date, "12%" as a
-// percent, and so on.
-static int ApplyHintFormat(uint32_t book, const InputResult* input, Cell* proto) {
-  int32_t format = FindNumberFormatById(
-      book, static_cast<uint32_t>(BuiltInFormatForHint(input->hint, input->hintDetail)));
-  if (format < 0) return 1;
-  Xf xf = GetWorkbook(book)->xfs[proto->xf];
-  xf.numberFormat = static_cast<uint16_t>(format);
-  return InternXf(book, &xf, &proto->xf);
-}
-
-// Reads a typed line into the cell prototype as cell entry does: a formula is compiled, a
-// number, boolean or error is stored as such, anything else as text. Returns 0 for a formula
-// that does not compile, with the entry message on stderr, and leaves the prototype empty.
-static int ReadEntry(uint32_t book, const std::string& line, Cell* proto) {
+// Types one line into column A as cell entry does; a formula that does not compile is refused
+// with the entry message on stderr.
+static int StoreLine(uint32_t book, uint32_t row, const std::string& line) {
   char16_t* text = Utf8ToText(line.c_str(), line.size());
   if (!text) return 0;
-  ParseContext ctx{book, 0, 1, proto->row, proto->col, 0, 0};
-  InputResult input{};
-  int ok = 1;
-  switch (ClassifyInput(&ctx, text, &input)) {
-    case InputEmpty:
-      break;
-    case InputFormula:
-      if (CompileFormula(&ctx, text, ClassCodeValue, &proto->formula) != CompileOk) {
-        std::fprintf(stderr, "tessarel-cli entries: line %u: %s\n", proto->row + 1u, FormulaError);
-        ok = 0;
-      }
-      break;
-    case InputNumber:
-      proto->value = NumberValue(input.number);
-      ok = ApplyHintFormat(book, &input, proto);
-      break;
-    case InputBoolean:
-      proto->value = BooleanValue(input.boolean != 0);
-      break;
-    case InputError:
-      proto->value = ErrorValue(input.error);
-      break;
-    case InputText:
-      // A text that starts like a formula but does not compile is refused, as at the keyboard;
-      // a lone "=", "+" or "-" is text.
-      if (line.size() > 1 && (text[0] == u'=' || text[0] == u'+' || text[0] == u'-')) {
-        std::fprintf(stderr, "tessarel-cli entries: line %u: %s\n", proto->row + 1u, FormulaError);
-        ok = 0;
-        break;
-      }
-      proto->value = TextValue(text);
-      text = nullptr;
-      break;
-  }
+  EntryTarget target{book,
+                     0,
+                     Range{static_cast<uint16_t>(row), static_cast<uint16_t>(row), 0, 0},
+                     static_cast<uint16_t>(row),
+                     0,
+                     0,
+                     0,
+                     0};
+  EntryStatus status;
+  // An empty line stores nothing: the listing shows stored cells only.
+  int ok = !text[0] || StoreEntry(text, &target, &status);
+  if (!ok && status == EntryBadFormula)
+    std::fprintf(stderr, "tessarel-cli entries: line %u: %s\n", row + 1u, FormulaError);
   Release(text);
   return ok;
 }
@@ -91,18 +55,8 @@ int RunEntries(int argc, char** argv) {
   bool ok = true;
   auto storeLine = [&]() {
     if (!line.empty() && line.back() == '\r') line.pop_back();
-    if (row > MaxRow) return;
-    Cell proto{};
-    proto.row = static_cast<uint16_t>(row++);
-    proto.xf = DefaultCellXf;
-    if (!ReadEntry(book, line, &proto)) {
-      ok = false;
-    } else if ((proto.value.tag != ValueEmpty || proto.formula.bytes) &&
-               !StoreCell(book, 0, &proto, 1, 0)) {
-      FreeValue(&proto.value);
-      FreeTokens(&proto.formula);
-      ok = false;
-    }
+    if (row <= MaxRow && !StoreLine(book, row, line)) ok = false;
+    row++;
     line.clear();
   };
   while ((c = std::fgetc(file)) != EOF) {

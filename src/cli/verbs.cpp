@@ -7,6 +7,9 @@
 #include "format/locale.h"
 
 const CliVerb CliVerbs[] = {
+    {"cells", "cells [--recalc] [--sheet N] FILE: one line per stored cell of FILE", RunCells},
+    {"convert", "convert IN OUT: open IN and save it as OUT, the type by OUT's extension",
+     RunConvert},
     {"entries", "entries FILE: store each line of FILE as a typed entry in column A, list cells",
      RunEntries},
     {"eval", "eval 'FORMULA': calculate one formula and print the text its cell shows", RunEval},

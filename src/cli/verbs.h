@@ -30,5 +30,7 @@ int RunEntries(int argc, char** argv);
 // The message of a typed formula that does not compile.
 extern const char* const FormulaError;
 
+int RunCells(int argc, char** argv);
+int RunConvert(int argc, char** argv);
 int RunEval(int argc, char** argv);
 int RunFunctions(int argc, char** argv);

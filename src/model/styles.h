@@ -28,6 +28,7 @@ constexpr uint32_t XfFormulaHidden = 2;
 constexpr uint32_t XfStyle = 4;
 constexpr uint32_t XfJustifyLast = 8;
 constexpr uint32_t XfWrap = 16;
+constexpr uint32_t XfQuotePrefix = 32;  // text typed behind an apostrophe: shown and saved with it
 constexpr uint16_t DefaultCellXf = 15;
 
 struct FontRecord {
@@ -47,6 +48,7 @@ struct FontRecord {
 };
 
 constexpr uint16_t AutomaticFontColor = 32767;
+constexpr uint16_t FontUnderline = 4;  // in `attributes`
 
 struct NumberFormat {
   uint16_t id;  // the file's format number

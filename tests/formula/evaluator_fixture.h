@@ -30,7 +30,12 @@ inline std::string CellName(uint32_t row, uint32_t col) {
 }
 inline std::string AreaName(const Range& r) {
   std::string s = CellName(r.firstRow, r.firstCol);
-  if (r.firstRow != r.lastRow || r.firstCol != r.lastCol) s += ":" + CellName(r.lastRow, r.lastCol);
+  // Appended piece by piece: a literal in front of a temporary string makes GCC 12 warn
+  // (-Wrestrict) about the insertion it inlines.
+  if (r.firstRow != r.lastRow || r.firstCol != r.lastCol) {
+    s += ':';
+    s += CellName(r.lastRow, r.lastCol);
+  }
   return s;
 }
 
@@ -48,8 +53,10 @@ inline std::string Show(const Value& v, uint32_t book = 0) {
   if (v.tag == ValueRef) return "ref " + AreaName(v.ref);
   std::string s;
   if (v.tag == ValueArray) {
-    for (uint32_t i = 0; i < static_cast<uint32_t>(v.rows) * v.columns; i++)
-      s += (i == 0 ? "" : i % v.columns ? "," : ";") + Show(v.elements[i], book);
+    for (uint32_t i = 0; i < static_cast<uint32_t>(v.rows) * v.columns; i++) {
+      s += i == 0 ? "" : i % v.columns ? "," : ";";
+      s += Show(v.elements[i], book);
+    }
     return "{" + s + "}";
   }
   if (v.tag != ValueRefList) return "tag " + std::to_string(v.tag);
@@ -59,8 +66,10 @@ inline std::string Show(const Value& v, uint32_t book = 0) {
   if (link.book != book) s = "B" + std::to_string(link.book);
   s += "S" + std::to_string(link.firstSheet);
   if (link.lastSheet != link.firstSheet) s += "-" + std::to_string(link.lastSheet);
-  for (uint32_t i = 0; v.refs && i < v.refs->count; i++)
-    s += (i ? "," : " ") + AreaName(v.refs->areas[i]);
+  for (uint32_t i = 0; v.refs && i < v.refs->count; i++) {
+    s += i ? ',' : ' ';
+    s += AreaName(v.refs->areas[i]);
+  }
   return "list " + s;
 }
 
@@ -83,8 +92,10 @@ inline void PairHandler(Value* args, Value* result, const EvalContext* ctx) {
 inline void DescribeHandler(Value* args, Value* result, const EvalContext*) {
   std::string s;
   int n = 0;
-  while (n < FunctionFrameSize && args[n].tag != ValueEmpty)
-    s += (n ? "|" : "") + Show(args[n]), n++;
+  for (; n < FunctionFrameSize && args[n].tag != ValueEmpty; n++) {
+    if (n) s += '|';
+    s += Show(args[n]);
+  }
   for (int i = n; i < FunctionFrameSize; i++)
     if (args[i].tag != ValueEmpty) s += " [slot " + std::to_string(i) + " not empty]";
   *result = TextValue(Utf8ToText(s.c_str()));

@@ -47,7 +47,12 @@ std::string ReadCell(const char16_t* text, int a1) {
   Range r{9, 9, 9, 9};
   uint8_t f = 99;
   int32_t behind = ParseCellReference(text, 0, Length(text), a1, 10, 10, &r, &f);
-  return std::to_string(behind) + (behind < 0 ? "" : " " + Show(r, f));
+  std::string out = std::to_string(behind);
+  if (behind >= 0) {
+    out += ' ';  // piece by piece, which keeps GCC 12's -Wrestrict quiet
+    out += Show(r, f);
+  }
+  return out;
 }
 
 // The ordinary forms are also read in the round-trip tests; these rows hold the bounds, the

@@ -292,16 +292,28 @@ std::string Anchors(const Sheet* s) {
                     s->comments[i].col}) +
          " ";
   t += "|";
-  for (uint32_t i = 0; i < s->mergeCount; i++) t += " " + Show(s->merges[i]);
+  // Appended piece by piece, which keeps GCC 12's -Wrestrict quiet.
+  for (uint32_t i = 0; i < s->mergeCount; i++) {
+    t += ' ';
+    t += Show(s->merges[i]);
+  }
   t += " |";
-  for (uint32_t i = 0; i < s->arrayFormulaCount; i++) t += " " + Show(s->arrayFormulas[i].range);
+  for (uint32_t i = 0; i < s->arrayFormulaCount; i++) {
+    t += ' ';
+    t += Show(s->arrayFormulas[i].range);
+  }
   t += " |";
-  for (uint32_t i = 0; i < s->rows.count; i++)
-    t += " " + std::to_string(s->rows.records[i]->row + 1) + ":" +
-         std::to_string(s->rows.records[i]->info.size);
+  for (uint32_t i = 0; i < s->rows.count; i++) {
+    t += ' ';
+    t += std::to_string(s->rows.records[i]->row + 1);
+    t += ':';
+    t += std::to_string(s->rows.records[i]->info.size);
+  }
   t += " |";
-  for (uint32_t i = 0; i < s->columns.count; i++)
-    t += " " + std::string(1, static_cast<char>('A' + s->columns.records[i]->col));
+  for (uint32_t i = 0; i < s->columns.count; i++) {
+    t += ' ';
+    t += static_cast<char>('A' + s->columns.records[i]->col);
+  }
   return t + " | " + std::to_string(s->frozenRow) + " " + std::to_string(s->topRow + 1);
 }
 

@@ -234,7 +234,11 @@ struct FormulaGenerator {
 
 TEST_F(RoundTrip, GeneratedFormulasPrintAsTyped) {
   FormulaGenerator generator;
-  for (int i = 0; i < 400; i++) ExpectTextRoundTrip(this, u"=" + generator.Expression(0));
+  for (int i = 0; i < 400; i++) {
+    std::u16string text = u"=";
+    text += generator.Expression(0);
+    ExpectTextRoundTrip(this, text);
+  }
 }
 
 // Tokens written by hand, with classes a parser would not choose, print and compile back to the

@@ -47,12 +47,26 @@ inline std::string Show(const Value& v) {
   if (v.tag == ValueError) return TextToUtf8(ErrorText(v.error));
   if (v.tag == ValueRef) return "ref:" + AreaName(v.ref);
   if (v.tag == ValueArray) {
-    for (uint32_t i = 0; v.elements && i < uint32_t{v.rows} * v.columns; i++)
-      s += (i ? "," : "") + Show(v.elements[i]);
-    return "a" + std::to_string(v.rows) + "x" + std::to_string(v.columns) + "{" + s + "}";
+    // Texts are appended piece by piece: a literal in front of a temporary string makes GCC 12
+    // warn (-Wrestrict) about the insertion it inlines.
+    for (uint32_t i = 0; v.elements && i < uint32_t{v.rows} * v.columns; i++) {
+      if (i) s += ',';
+      s += Show(v.elements[i]);
+    }
+    std::string out = "a";
+    out += std::to_string(v.rows);
+    out += 'x';
+    out += std::to_string(v.columns);
+    out += '{';
+    out += s;
+    out += '}';
+    return out;
   }
   if (v.tag != ValueRefList) return "tag" + std::to_string(v.tag);
-  for (uint32_t i = 0; i < v.refs->count; i++) s += (i ? ";" : "") + AreaName(v.refs->areas[i]);
+  for (uint32_t i = 0; i < v.refs->count; i++) {
+    if (i) s += ';';
+    s += AreaName(v.refs->areas[i]);
+  }
   return "list:" + s;
 }
 

@@ -26,9 +26,13 @@ std::string Shown(const Value& v) {
   }
   if (v.tag != ValueArray) return Show(v);
   std::string s;
-  for (uint32_t i = 0; i < uint32_t{v.rows} * v.columns; i++)
-    s += (i == 0 ? "" : i % v.columns ? "," : ";") + Shown(v.elements[i]);
-  return "{" + s + "}";
+  for (uint32_t i = 0; i < uint32_t{v.rows} * v.columns; i++) {
+    s += i == 0 ? "" : i % v.columns ? "," : ";";  // piece by piece: GCC 12's -Wrestrict
+    s += Shown(v.elements[i]);
+  }
+  s.insert(s.begin(), '{');
+  s += '}';
+  return s;
 }
 
 // A function and the calls made of it: the arguments as typed, and the result.
@@ -53,7 +57,11 @@ struct MathTest : HandlerTest {
         {"D1", NumberValue(1)},     {"D2", NumberValue(2)},      {"D4", NumberValue(3)},
         {"D5", Text(u"x")},         {"E1", ErrorValue(ErrNA)}};
     for (const auto& [at, value] : cells) Put(0, at, value);
-    for (int i = 1; i <= 11; i++) Put(0, ("B" + std::to_string(i)).c_str(), NumberValue(i * 10));
+    for (int i = 1; i <= 11; i++) {
+      std::string cell = "B";
+      cell += std::to_string(i);
+      Put(0, cell.c_str(), NumberValue(i * 10));
+    }
     // A subtotal cell, left dirty so that the first read calculates it.
     ParseContext pc{book, 0, 1, 2, 3, 0, 0};
     Cell cell{};
@@ -80,7 +88,11 @@ struct MathTest : HandlerTest {
   void ExpectCalls(std::span<const Calls> rows) {
     for (const Calls& row : rows)
       for (const auto& [arguments, expected] : row.calls) {
-        std::u16string formula = u"=" + std::u16string(row.function) + u"(" + arguments + u")";
+        std::u16string formula = u"=";
+        formula += row.function;
+        formula += u"(";
+        formula += arguments;
+        formula += u")";
         EXPECT_EQ(Eval(formula.c_str()), expected) << TextToUtf8(formula.c_str());
       }
   }

@@ -101,7 +101,8 @@ TEST_F(ValueTest, CoercionTableFromEverySourceToEveryTarget) {
     for (uint16_t target : targets) {
       Value v;
       ASSERT_TRUE(CopyValue(&v, &row.source));
-      results += (results.empty() ? "" : " ") + Coerced(v, target, &ctx);
+      if (!results.empty()) results += ' ';
+      results += Coerced(v, target, &ctx);
     }
     EXPECT_EQ(results, row.expected) << Show(row.source);
     FreeValue(&row.source);

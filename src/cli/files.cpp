@@ -1,0 +1,80 @@
+// The verbs that read files: `cells` lists what a file holds, `convert` opens one file and saves
+// it under another name, in the type that name says.
+#include <cstdio>
+
+#include "base/alloc.h"
+#include "base/text.h"
+#include "cli/verbs.h"
+#include "files/open.h"
+#include "formula/recalc.h"
+#include "model/workbook.h"
+
+// Loads the file named on the command line; on failure says why on stderr (the reader's own
+// message has gone there through the message hook) and returns 0.
+static int LoadForVerb(const char* verb, const char* name, uint32_t* book) {
+  char16_t* path = Utf8ToText(name);
+  if (!path) return 0;
+  LoadReport report;
+  int ok = LoadWorkbookFile(path, nullptr, &report);
+  Release(path);
+  if (!ok && report.delimited.failure == DelimitedBadFormula)
+    std::fprintf(stderr, "tessarel-cli %s: %s: row %u, column %u: %s\n", verb, name,
+                 report.delimited.row + 1, report.delimited.col + 1, FormulaError);
+  if (ok) *book = report.book;
+  return ok;
+}
+
+int RunCells(int argc, char** argv) {
+  CliOptions options;
+  if (!ReadCliOptions(argc, argv, &options, "cells", 1, 1)) return 2;
+  if (options.positionalCount != 1) {
+    std::fputs("usage: tessarel-cli cells [--recalc] [--sheet N] [--locale fr-FR|en-US] FILE\n",
+               stderr);
+    return 2;
+  }
+  uint32_t book;
+  if (!LoadForVerb("cells", options.positional[0], &book)) {
+    CloseAllWorkbooks();
+    return 1;
+  }
+  if (options.sheet >= 0 && static_cast<uint32_t>(options.sheet) >= GetWorkbook(book)->sheetCount) {
+    std::fprintf(stderr, "tessarel-cli cells: %s has no sheet %d\n", options.positional[0],
+                 options.sheet);
+    CloseAllWorkbooks();
+    return 1;
+  }
+  if (options.recalc) {
+    App.currentBook = book;
+    RecalculateWorkbook();
+  }
+  PrintCells(stdout, book, options.sheet);
+  CloseAllWorkbooks();
+  return 0;
+}
+
+int RunConvert(int argc, char** argv) {
+  CliOptions options;
+  if (!ReadCliOptions(argc, argv, &options, "convert", 0, 0)) return 2;
+  if (options.positionalCount != 2) {
+    std::fputs("usage: tessarel-cli convert [--locale fr-FR|en-US] IN OUT\n", stderr);
+    return 2;
+  }
+  const char* target = options.positional[1];
+  uint32_t book;
+  if (!LoadForVerb("convert", options.positional[0], &book)) {
+    CloseAllWorkbooks();
+    return 1;
+  }
+  char16_t* path = Utf8ToText(target);
+  FileType type = FileTypeFromName(path);
+  const Workbook* wb = GetWorkbook(book);
+  // Nobody is there to answer the question a one-sheet type asks: say what is written instead.
+  if ((type == FileCsv || type == FileTxt) && wb->sheetCount > 1)
+    std::fprintf(stderr,
+                 "tessarel-cli convert: %s holds one sheet: writing the active sheet '%s'\n",
+                 target, TextToUtf8(wb->sheets[wb->currentSheet]->name).c_str());
+  int ok = path && SaveWorkbookFile(book, path, 0);
+  Release(path);
+  CloseAllWorkbooks();
+  return ok ? 0 : 1;
+}
