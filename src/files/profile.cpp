@@ -39,11 +39,11 @@ int CharClass(char16_t c) {
 // 10 skipping in a section, 11 new line in a section, 12 blanks at a line's start in a section,
 // 13 in a key, 14 "=" seen, 15 in a value.
 constexpr uint8_t kNext[16][7] = {
-    {1, 2, 4, 5, 3, 3, 3},         {1, 2, 4, 5, 3, 3, 3},         {3, 3, 4, 3, 3, 3, 3},
-    {3, 3, 4, 3, 3, 3, 3},         {1, 2, 4, 5, 3, 3, 3},         {6, 6, 6, 6, 7, 6, 6},
-    {6, 6, 6, 6, 7, 6, 6},         {8, 9, 11, 10, 10, 10, 10},    {8, 9, 11, 10, 10, 10, 10},
-    {10, 10, 11, 10, 10, 10, 10},  {10, 10, 11, 10, 10, 10, 10},  {12, 9, 11, 5, 13, 13, 13},
-    {12, 9, 11, 5, 13, 13, 13},    {13, 13, 13, 13, 13, 14, 13},  {15, 9, 11, 15, 15, 15, 15},
+    {1, 2, 4, 5, 3, 3, 3},        {1, 2, 4, 5, 3, 3, 3},        {3, 3, 4, 3, 3, 3, 3},
+    {3, 3, 4, 3, 3, 3, 3},        {1, 2, 4, 5, 3, 3, 3},        {6, 6, 6, 6, 7, 6, 6},
+    {6, 6, 6, 6, 7, 6, 6},        {8, 9, 11, 10, 10, 10, 10},   {8, 9, 11, 10, 10, 10, 10},
+    {10, 10, 11, 10, 10, 10, 10}, {10, 10, 11, 10, 10, 10, 10}, {12, 9, 11, 5, 13, 13, 13},
+    {12, 9, 11, 5, 13, 13, 13},   {13, 13, 13, 13, 13, 14, 13}, {15, 9, 11, 15, 15, 15, 15},
     {15, 9, 11, 15, 15, 15, 15},
 };
 
@@ -53,7 +53,7 @@ struct ProfileScan {
   int result;
   uint32_t sectionStart;  // the "[" of the section found
   uint32_t sectionEnd;    // where a new key of the section goes
-  uint32_t valueStart;  // the value of the key found, [valueStart, valueEnd)
+  uint32_t valueStart;    // the value of the key found, [valueStart, valueEnd)
   uint32_t valueEnd;
   std::u16string keys;  // with a null key: every key of the section, each ended by a zero
 };
@@ -186,8 +186,8 @@ uint32_t CopyOut(const char16_t* from, uint32_t length, char16_t* out, uint32_t 
 
 }  // namespace
 
-int32_t ReadProfileValue(const char16_t* section, const char16_t* key, char16_t* out,
-                         uint32_t size, const char16_t* path) {
+int32_t ReadProfileValue(const char16_t* section, const char16_t* key, char16_t* out, uint32_t size,
+                         const char16_t* path) {
   std::u16string text;
   if (!ReadProfileText(path, &text)) return -1;
   const ProfileScan scan = Scan(text, section, key);
@@ -231,7 +231,6 @@ int WriteProfileString(const char16_t* section, const char16_t* key, const char1
   }
   return WriteProfileText(path, text);
 }
-
 
 int RemoveProfileSection(const char16_t* section, const char16_t* path) {
   std::u16string text;

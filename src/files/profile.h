@@ -8,8 +8,8 @@
 // Reads `key` of `section` into `out` (at most `size` - 1 characters, always terminated) and
 // returns its length, or -1 when the file does not open or has no such key. With a null key the
 // section's key names are copied instead, each ended by a zero, and their total length returned.
-int32_t ReadProfileValue(const char16_t* section, const char16_t* key, char16_t* out,
-                         uint32_t size, const char16_t* path);
+int32_t ReadProfileValue(const char16_t* section, const char16_t* key, char16_t* out, uint32_t size,
+                         const char16_t* path);
 // The same, with `fallback` copied when the key is absent; returns the length copied.
 uint32_t ReadProfileString(const char16_t* section, const char16_t* key, const char16_t* fallback,
                            char16_t* out, uint32_t size, const char16_t* path);

@@ -53,11 +53,11 @@ TEST_F(ProfileTest, ReadsWhatHandWrittenFilesSay) {
       {"[options]\nstdindex=2\n", u"Options", u"StdIndex", "2"},  // case and lone LF
       {"[Options]\r\nA=1\r\n[Other]\r\nB=2\r\n", u"Options", u"B", "<absent>"},
       {"[Other]\r\nA=1\r\n[Options]\r\nA=3", u"Options", u"A", "3"},  // no final line end
-      {"; [Options]\r\nA=1\r\n", u"Options", u"A", "<absent>"},     // a comment line
+      {"; [Options]\r\nA=1\r\n", u"Options", u"A", "<absent>"},       // a comment line
       {"[Options]\r\n;A=1\r\nA=2\r\n", u"Options", u"A", "2"},
       {"[Options]\r\nA=;comment\r\n", u"Options", u"A", ""},
       {"[Options]\r\nA= x y;z\r\n", u"Options", u"A", " x y"},  // a leading blank is kept
-      {"[Options]\r\n  A=5\r\n", u"Options", u"A", "5"},         // blanks before a key
+      {"[Options]\r\n  A=5\r\n", u"Options", u"A", "5"},        // blanks before a key
       {"[Recent files]\r\nFile1=/a/b c.xls\r\n", u"Recent files", u"File1", "/a/b c.xls"},
       {"[Options]\r\nA=1\r\n", u"Options", u"AB", "<absent>"},
       {"", u"Options", u"A", "<absent>"},
@@ -93,8 +93,9 @@ TEST_F(ProfileTest, WritesGrowAndRewriteTheFile) {
       {u"Options", u"StsBarShow", u"0",
        "[Options]\r\nStdIndex=12\r\nFmlIndex=2\r\nStsBarShow=0\r\n[Recent files]\r\n"
        "File1=/t/a.xls\r\n"},
-      {u"Recent files", u"File1", u"", "[Options]\r\nStdIndex=12\r\nFmlIndex=2\r\nStsBarShow=0\r\n"
-                                      "[Recent files]\r\nFile1=\r\n"},
+      {u"Recent files", u"File1", u"",
+       "[Options]\r\nStdIndex=12\r\nFmlIndex=2\r\nStsBarShow=0\r\n"
+       "[Recent files]\r\nFile1=\r\n"},
   };
   Put("");
   for (const Step& s : steps) {

@@ -224,10 +224,9 @@ int32_t DpiY(DrawContext* dc) {
   return Dc(dc)->image->logicalDpiY();
 }
 
-const DrawOps kOps = {FillRect,    FillPattern,     Polyline, Polygon,  SetPixel,
-                      SetRasterOp, ClipToRect,      ExcludeClipRect,    SaveClip,
-                      RestoreClip, DrawText,        MeasureText,        DpiX,
-                      DpiY};
+const DrawOps kOps = {
+    FillRect,        FillPattern, Polyline,    Polygon,  SetPixel,    SetRasterOp, ClipToRect,
+    ExcludeClipRect, SaveClip,    RestoreClip, DrawText, MeasureText, DpiX,        DpiY};
 
 }  // namespace
 

@@ -24,6 +24,6 @@ void QtSetHandler(PlatformEventHandler handler);
 // as if dismissed, file choosers and dialogs are cancelled, the pointer is never grabbed.
 void QtSetHeadless(int headless);
 
-// Sizes the main window's client area in device pixels, lays out and paints it, and returns a
-// picture of the whole window (bands, grid and status bar), without showing it on a screen.
+// Sizes the main window (frame excluded) in device pixels, lays out and paints it, and returns a
+// picture of it (menus, bands, grid and status bar), without showing it on a screen.
 int QtRenderWindow(int32_t width, int32_t height, QImage* out);

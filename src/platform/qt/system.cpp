@@ -12,6 +12,7 @@
 #include <QLocalSocket>
 #include <QMimeData>
 #include <QStandardPaths>
+#include <QStyle>
 #include <QStyleFactory>
 #include <cstdlib>
 #include <cstring>

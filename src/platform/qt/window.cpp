@@ -23,6 +23,7 @@
 #include <QMessageBox>
 #include <QMouseEvent>
 #include <QPainter>
+#include <QPushButton>
 #include <QScrollBar>
 #include <QSpinBox>
 #include <QStyle>
@@ -66,12 +67,15 @@ uint32_t Modifiers(Qt::KeyboardModifiers m, Qt::MouseButtons buttons = Qt::NoBut
 // has no use for.
 int32_t KeyCode(int key) {
   static const std::map<int, int32_t> kKeys = {
-      {Qt::Key_Backspace, KeyBack}, {Qt::Key_Tab, KeyTab},         {Qt::Key_Backtab, KeyTab},
-      {Qt::Key_Return, KeyReturn},  {Qt::Key_Enter, KeyReturn},    {Qt::Key_Shift, KeyShift},
-      {Qt::Key_Control, KeyControl}, {Qt::Key_Escape, KeyEscape},  {Qt::Key_PageUp, KeyPageUp},
-      {Qt::Key_PageDown, KeyPageDown}, {Qt::Key_End, KeyEnd},      {Qt::Key_Home, KeyHome},
-      {Qt::Key_Left, KeyLeft},      {Qt::Key_Up, KeyUp},           {Qt::Key_Right, KeyRight},
-      {Qt::Key_Down, KeyDown},      {Qt::Key_Delete, KeyDelete},   {Qt::Key_F2, KeyF2},
+      {Qt::Key_Backspace, KeyBack},  {Qt::Key_Tab, KeyTab},
+      {Qt::Key_Backtab, KeyTab},     {Qt::Key_Return, KeyReturn},
+      {Qt::Key_Enter, KeyReturn},    {Qt::Key_Shift, KeyShift},
+      {Qt::Key_Control, KeyControl}, {Qt::Key_Escape, KeyEscape},
+      {Qt::Key_PageUp, KeyPageUp},   {Qt::Key_PageDown, KeyPageDown},
+      {Qt::Key_End, KeyEnd},         {Qt::Key_Home, KeyHome},
+      {Qt::Key_Left, KeyLeft},       {Qt::Key_Up, KeyUp},
+      {Qt::Key_Right, KeyRight},     {Qt::Key_Down, KeyDown},
+      {Qt::Key_Delete, KeyDelete},   {Qt::Key_F2, KeyF2},
       {Qt::Key_F9, KeyF9},
   };
   if ((key >= Qt::Key_0 && key <= Qt::Key_9) || (key >= Qt::Key_A && key <= Qt::Key_Z)) return key;
@@ -121,17 +125,6 @@ struct Window {
 
 Window* gWindow = nullptr;
 Window* W();
-
-qreal Ratio() {
-  return W()->client->devicePixelRatioF();
-}
-
-QRect ToLogical(const PlatformRect& r) {
-  const qreal k = Ratio();
-  const int left = int(std::floor(r.left / k)), top = int(std::floor(r.top / k));
-  const int right = int(std::ceil(r.right / k)), bottom = int(std::ceil(r.bottom / k));
-  return QRect(left, top, right - left, bottom - top);
-}
 
 class ClientWidget : public QWidget {
  public:
@@ -213,6 +206,17 @@ class ClientWidget : public QWidget {
   }
   bool focusNextPrevChild(bool) override { return false; }  // Tab belongs to the grid
 };
+
+qreal Ratio() {
+  return W()->client->devicePixelRatioF();
+}
+
+QRect ToLogical(const PlatformRect& r) {
+  const qreal k = Ratio();
+  const int left = int(std::floor(r.left / k)), top = int(std::floor(r.top / k));
+  const int right = int(std::ceil(r.right / k)), bottom = int(std::ceil(r.bottom / k));
+  return QRect(left, top, right - left, bottom - top);
+}
 
 class MainWindow : public QMainWindow {
  protected:
@@ -421,7 +425,8 @@ void SetChildGeometry(PlatformChild child, const PlatformRect* r, int32_t visibl
 }
 
 int32_t ScrollBarSize() {
-  return int32_t(std::lround(W()->client->style()->pixelMetric(QStyle::PM_ScrollBarExtent) * Ratio()));
+  return int32_t(
+      std::lround(W()->client->style()->pixelMetric(QStyle::PM_ScrollBarExtent) * Ratio()));
 }
 
 int32_t StatusBarHeight() {
@@ -574,7 +579,7 @@ int32_t MessageBoxQt(const char16_t* text, const char16_t* caption, uint32_t fla
   QMessageBox box(icon, ToQString(caption), message, set, W()->main);
   if (flags & MbDefaultButton2) {
     const QList<QAbstractButton*> list = box.buttons();
-    if (list.size() > 1) box.setDefaultButton(static_cast<QPushButton*>(list.at(1)));
+    if (list.size() > 1) box.setDefaultButton(qobject_cast<QPushButton*>(list.at(1)));
   }
   switch (box.exec()) {
     case QMessageBox::Ok:
@@ -612,7 +617,8 @@ int32_t ChooseFile(FileChooser* chooser) {
   if (gHeadless) return 0;
   const std::vector<Filter> filters = ParseFilters(chooser->filters);
   QStringList names;
-  for (const Filter& f : filters) names << f.label + QStringLiteral(" (") + f.patterns.join(' ') + ')';
+  for (const Filter& f : filters)
+    names << f.label + QStringLiteral(" (") + f.patterns.join(' ') + ')';
   QFileDialog dialog(W()->main, ToQString(chooser->title), ToQString(chooser->folder));
   dialog.setOption(QFileDialog::DontUseNativeDialog);
   dialog.setOption(QFileDialog::DontConfirmOverwrite);
@@ -760,10 +766,10 @@ void SetMenus(const MenuEntry* entries, int32_t count) {
   QMenuBar* bar = W()->main->menuBar();
   ForgetActions(bar);
   bar->clear();
-  QMenu* menus[3] = {};
+  QMenu* menus[4] = {};
   for (int32_t i = 0; i < count; i++) {
     const MenuEntry& e = entries[i];
-    const int32_t depth = std::clamp(e.depth, 0, 2);
+    const int32_t depth = std::clamp(e.depth, 0, 3);
     if (depth == 0) {
       menus[0] = bar->addMenu(ToQString(e.text));
       continue;
@@ -805,7 +811,8 @@ void SetToolbar(PlatformBand band, const MenuEntry* entries, int32_t count) {
 }
 
 void ShowBand(PlatformBand band, int32_t visible) {
-  Band(band)->setVisible(visible != 0);
+  QToolBar* bar = Band(band);
+  bar->setVisible(visible && !bar->actions().isEmpty());
 }
 
 int32_t Run(PlatformEventHandler handler) {
@@ -872,8 +879,7 @@ int QtRenderWindow(int32_t width, int32_t height, QImage* out) {
   // Size the window so that its client widget gets the asked size.
   w->main->setAttribute(Qt::WA_DontShowOnScreen);
   w->main->show();
-  const QSize chrome = w->main->size() - w->client->size();
-  w->main->resize(chrome + QSize(int(std::ceil(width / k)), int(std::ceil(height / k))));
+  w->main->resize(int(std::ceil(width / k)), int(std::ceil(height / k)));
   QCoreApplication::processEvents();
   QCoreApplication::processEvents();
   *out = w->main->grab().toImage().convertToFormat(QImage::Format_RGB32);
