@@ -46,7 +46,7 @@ enum RasterOp : int32_t {
 // measures the same everywhere.
 struct FontSpec {
   const char16_t* face;  // NUL-terminated; null or empty takes the default face
-  int32_t height;        // character height in pixels, without internal leading
+  int32_t height;        // character height in pixels, without internal leading; 0 the default
   int32_t weight;        // 400 normal, 700 bold
   uint8_t italic;
   uint8_t underline;

@@ -6,6 +6,8 @@
 
 AppOptions Options;
 ViewMetrics View;
+PointModeState PointMode;
+int ScrollBarsStale;
 
 static ZoomMetrics Zoomed() {
   return ZoomMetrics{View.dpiY, View.digitWidth};
@@ -119,4 +121,5 @@ void MeasureView(const FrameSizes* frame) {
     View.tabsRight = View.cellsRight = frame->clientWidth;
   }
   View.cellsRect = PlatformRect{View.cellsLeft, View.cellsTop, View.cellsRight, View.cellsBottom};
+  ScrollBarsStale = 1;
 }

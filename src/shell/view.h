@@ -5,6 +5,7 @@
 #pragma once
 #include <cstdint>
 
+#include "model/range.h"
 #include "platform/platform.h"
 
 struct AppOptions {
@@ -73,3 +74,20 @@ struct PaneGeometry {
   int32_t splitY;  // top edge of the scrolled rows
 };
 void MeasurePanes(uint32_t book, uint32_t sheet, PaneGeometry* out);
+
+// A reference being pointed at with the pen while a formula is typed: the stretch of the edit
+// line its text occupies and the range, which the painter outlines.
+struct PointModeState {
+  int32_t active;
+  int32_t selStart, selEnd;
+  Range range;
+  int32_t dragging;
+  int32_t dragKind;  // 0 cells, 1 whole rows, 2 whole columns
+  uint16_t anchorRow;
+  uint8_t anchorCol;
+};
+
+extern PointModeState PointMode;
+
+// Set by MeasureView: the next paint sends the scroll bars their ranges.
+extern int ScrollBarsStale;
