@@ -69,14 +69,14 @@ int Render(const Arguments& args) {
   const std::u16string path = AbsolutePath(args.file);
   if (!FrameStart(nullptr) || !OpenFromCommandLine(path.c_str())) {
     std::fprintf(stderr, "tessarel: cannot open %s\n", args.file);
-    CloseAllWorkbooks();
+    FrameStop(0);
     return 1;
   }
   Workbook* wb = GetWorkbook(App.currentBook);
   if (args.sheet >= 0) {
     if (uint32_t(args.sheet) >= wb->sheetCount) {
       std::fprintf(stderr, "tessarel: no sheet %ld in %s\n", args.sheet, args.file);
-      CloseAllWorkbooks();
+      FrameStop(0);
       return 1;
     }
     wb->currentSheet = uint32_t(args.sheet);
@@ -84,7 +84,7 @@ int Render(const Arguments& args) {
   LayoutView();
   QImage picture;
   const int ok = QtRenderWindow(args.width, args.height, &picture) && picture.save(args.renderTo);
-  CloseAllWorkbooks();
+  FrameStop(0);
   if (!ok) {
     std::fprintf(stderr, "tessarel: cannot write %s\n", args.renderTo);
     return 1;

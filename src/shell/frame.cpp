@@ -13,6 +13,8 @@
 #include "model/workbook.h"
 #include "shell/commands.h"
 #include "shell/open_save.h"
+#include "shell/paint.h"
+#include "shell/resources.h"
 #include "shell/view.h"
 
 BarLayout Bars;
@@ -75,14 +77,22 @@ void PlaceChild(PlatformChild child, int32_t left, int32_t top, int32_t right, i
 
 // Event handlers -------------------------------------------------------------------------------
 
+// Set when the window's size or the current sheet changed: the first tab shown is recomputed at
+// the next paint, where there is a context to measure the tabs' names with.
+bool gTabsToCheck = true;
+
 int32_t OnPaint(const PlatformEvent* e) {
-  // Until the sheet painter is in place the client area shows the empty grey of no workbook.
-  e->dc->ops->fillRect(e->dc, &e->rect, 0xC0C0C0);
+  if (gTabsToCheck && App.workbookCount) {
+    RecheckFirstTab(e->dc);
+    gTabsToCheck = false;
+  }
+  PaintSheet(e->dc, &e->rect);
   return 1;
 }
 
 int32_t OnSize(const PlatformEvent*) {
   LayoutView();
+  gTabsToCheck = true;
   return 1;
 }
 
@@ -158,6 +168,7 @@ void LayoutView() {
     PlaceChild(ChildStatusBar, v.gridLeft, v.stripBottom, v.clientRight, v.clientBottom,
                Options.statusBarVisible);
   }
+  gTabsToCheck = true;
   gPlatform->invalidate(nullptr);
 }
 
@@ -203,6 +214,7 @@ int FrameStart(const char16_t* commandLine) {
   const char* tag = gPlatform->localeTag();
   if (!tag || !LocaleFromTag(tag, &locale)) locale = LocaleFromEnvironment();
   ApplyLocale(locale);
+  if (!CreateDrawResources()) return 0;
   PlatformTime now;
   gPlatform->localTime(&now);
   std::srand(unsigned(gPlatform->milliseconds() ^ (now.second * 1000 + now.millisecond)));
@@ -219,13 +231,16 @@ int FrameStart(const char16_t* commandLine) {
   return 1;
 }
 
-void FrameStop() {
-  WriteRecentFiles();
+void FrameStop(int writeSettings) {
+  if (writeSettings) {
+    WriteRecentFiles();
+    KeepBarLayout();
+    WriteBarLayout(&Bars);
+  }
   FreeRecentFiles();
-  KeepBarLayout();
-  WriteBarLayout(&Bars);
   ClearUndo();
   CloseAllWorkbooks();
+  FreeDrawResources();
   SetMessageHook(nullptr);
   SetOutOfMemoryHook(nullptr);
 }
@@ -237,6 +252,6 @@ int32_t FrameMain(const char16_t* commandLine) {
   }
   if (!FrameStart(commandLine)) return 16;
   const int32_t code = gPlatform->run(FrameHandleEvent);
-  FrameStop();
+  FrameStop(1);
   return code;
 }

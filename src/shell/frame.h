@@ -16,8 +16,9 @@ int32_t FrameMain(const char16_t* commandLine);
 // first workbook (from `commandLine` when it opens), the layout. Returns 0 when the drawing
 // resources could not be made.
 int FrameStart(const char16_t* commandLine);
-// After the loop: settings written back, resources and workbooks released.
-void FrameStop();
+// After the loop: the settings written back (when `writeSettings`), resources and workbooks
+// released.
+void FrameStop(int writeSettings);
 // The handler of every platform event.
 int32_t FrameHandleEvent(const PlatformEvent* event);
 

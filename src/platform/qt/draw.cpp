@@ -252,6 +252,9 @@ void QtDeleteImageContext(DrawContext* dc) {
 
 // Fonts ------------------------------------------------------------------------------------------
 
+// The window's default font is the pinned sans face at this character height.
+constexpr int32_t kDefaultPixelSize = 13;
+
 QString QtPinnedFace(const QString& face) {
   static const char* const kKept[] = {"Liberation Sans", "Liberation Serif", "Liberation Mono",
                                       "DejaVu Sans",     "DejaVu Serif",     "DejaVu Sans Mono"};
@@ -277,7 +280,7 @@ PlatformFont* QtCreateFont(const FontSpec* spec) {
   PlatformFont* f = new PlatformFont;
   const QString face = spec->face && spec->face[0] ? ToQString(spec->face) : QString();
   f->font.setFamilies({QtPinnedFace(face), QStringLiteral("DejaVu Sans")});
-  f->font.setPixelSize(std::max<int32_t>(1, spec->height));
+  f->font.setPixelSize(spec->height > 0 ? spec->height : kDefaultPixelSize);
   f->font.setWeight(spec->weight >= 600 ? QFont::Bold : QFont::Normal);
   f->font.setItalic(spec->italic);
   f->font.setUnderline(spec->underline);
@@ -302,9 +305,8 @@ void QtFontMetrics(PlatformFont* font, FontMetrics* out) {
 }
 
 PlatformFont* QtDefaultFont() {
-  // The window's default font: the pinned sans face at 13 pixels, made once for the process.
   static PlatformFont* font = [] {
-    FontSpec spec{u"Liberation Sans", 13, 400, 0, 0, 0, 0};
+    FontSpec spec{u"Liberation Sans", kDefaultPixelSize, 400, 0, 0, 0, 0};
     return QtCreateFont(&spec);
   }();
   return font;
