@@ -16,6 +16,8 @@
 
 namespace {
 
+std::vector<QRect>* gTextBoxes = nullptr;
+
 struct QtDc {
   DrawContext base;  // first, so that a DrawContext* is a QtDc*
   QImage* image;
@@ -135,8 +137,8 @@ void Polygon(DrawContext* dc, const PlatformPoint* points, int32_t count, Colour
     }
     std::sort(crossings.begin(), crossings.end());
     for (size_t i = 0; i + 1 < crossings.size(); i += 2) {
-      // Pixel x is inside when x + 0.5 lies in [left, right).
-      const int32_t x0 = static_cast<int32_t>(std::ceil(crossings[i] - 0.5));
+      // Pixel x is inside when its centre x + 0.5 lies strictly between the crossings.
+      const int32_t x0 = static_cast<int32_t>(std::floor(crossings[i] + 0.5));
       const int32_t x1 = static_cast<int32_t>(std::ceil(crossings[i + 1] - 0.5));
       if (x1 > x0) {
         ForEachSpan(d, QRect(x0, y, x1 - x0, 1), [&](int yy, int a, int b) {
@@ -193,7 +195,12 @@ void DrawText(DrawContext* dc, PlatformFont* font, int32_t x, int32_t y, const P
   d->painter.setClipRegion(region);
   d->painter.setFont(f->font);
   d->painter.setPen(QColor(ToRgb(colour)));
-  d->painter.drawText(QPoint(x, y + f->metrics.ascent), ToQString(text, length));
+  const QString s = ToQString(text, length);
+  d->painter.drawText(QPoint(x, y + f->metrics.ascent), s);
+  if (gTextBoxes) {
+    const QRect box(x, y, QFontMetrics(f->font).horizontalAdvance(s), f->metrics.height);
+    gTextBoxes->push_back(box.intersected(region.boundingRect()));
+  }
 }
 
 int32_t MeasureText(DrawContext*, PlatformFont* font, const char16_t* text, int32_t length,
@@ -229,6 +236,10 @@ const DrawOps kOps = {
     ExcludeClipRect, SaveClip,    RestoreClip, DrawText, MeasureText, DpiX,        DpiY};
 
 }  // namespace
+
+void QtRecordTextBoxes(std::vector<QRect>* boxes) {
+  gTextBoxes = boxes;
+}
 
 DrawContext* QtCreateImageContext(QImage* image) {
   QtDc* d = new QtDc;

@@ -3,7 +3,9 @@
 #pragma once
 #include <QColor>
 #include <QFont>
+#include <QRect>
 #include <QString>
+#include <vector>
 
 #include "platform/platform.h"
 
@@ -35,3 +37,5 @@ struct Platform;
 void QtFillWindowTable(Platform* platform);
 // Hands an event to the shell's handler; returns what the handler returned (0 without one).
 int32_t QtDeliver(PlatformEvent& event);
+// While set, every text drawn adds its box (clipped, in context pixels) to `boxes`.
+void QtRecordTextBoxes(std::vector<QRect>* boxes);

@@ -2,6 +2,9 @@
 // the platform table, a drawing context over an image, and the main window's life. Everything
 // here expects a QApplication to exist.
 #pragma once
+#include <QRect>
+#include <vector>
+
 #include "platform/platform.h"
 
 class QImage;
@@ -25,5 +28,8 @@ void QtSetHandler(PlatformEventHandler handler);
 void QtSetHeadless(int headless);
 
 // Sizes the main window (frame excluded) in device pixels, lays out and paints it, and returns a
-// picture of it (menus, bands, grid and status bar), without showing it on a screen.
-int QtRenderWindow(int32_t width, int32_t height, QImage* out);
+// picture of it (menus, bands, grid and status bar), without showing it on a screen. With
+// `textBoxes`, also where text stands in the picture: every text the shell drew, and the widgets
+// that hold text (menu bar, toolbars, edit line, status parts).
+int QtRenderWindow(int32_t width, int32_t height, QImage* out,
+                   std::vector<QRect>* textBoxes = nullptr);

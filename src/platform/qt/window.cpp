@@ -873,15 +873,30 @@ void QtSetHeadless(int headless) {
   gHeadless = headless != 0;
 }
 
-int QtRenderWindow(int32_t width, int32_t height, QImage* out) {
+int QtRenderWindow(int32_t width, int32_t height, QImage* out, std::vector<QRect>* textBoxes) {
   Window* w = W();
   const qreal k = w->client->devicePixelRatioF();
-  // Size the window so that its client widget gets the asked size.
   w->main->setAttribute(Qt::WA_DontShowOnScreen);
   w->main->show();
   w->main->resize(int(std::ceil(width / k)), int(std::ceil(height / k)));
   QCoreApplication::processEvents();
   QCoreApplication::processEvents();
+  std::vector<QRect> drawn;
+  QtRecordTextBoxes(&drawn);
   *out = w->main->grab().toImage().convertToFormat(QImage::Format_RGB32);
+  QtRecordTextBoxes(nullptr);
+  if (textBoxes) {
+    textBoxes->clear();
+    const QPoint origin = w->client->mapTo(w->main, QPoint(0, 0)) * k;
+    for (const QRect& box : drawn) textBoxes->push_back(box.translated(origin));
+    auto add = [&](QWidget* widget) {
+      if (!widget->isVisible()) return;
+      const QPoint at = widget->mapTo(w->main, QPoint(0, 0));
+      textBoxes->push_back(QRect(at * k, widget->size() * k));
+    };
+    add(w->main->menuBar());
+    for (QToolBar* bar : w->bars) add(bar);
+    for (QLabel* part : w->statusParts) add(part);
+  }
   return !out->isNull();
 }
