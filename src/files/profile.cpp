@@ -213,16 +213,22 @@ int WriteProfileString(const char16_t* section, const char16_t* key, const char1
   std::u16string text;
   if (!ReadProfileText(path, &text)) return 0;
   const ProfileScan scan = Scan(text, section, key);
-  const std::u16string line = std::u16string(key) + u"=" + value + u"\r";
+  // Built piece by piece: GCC 12 warns wrongly about chains of + on temporaries.
+  std::u16string line = key;
+  line += u'=';
+  line += value;
+  line += u'\r';
   switch (scan.result) {
     case kNoSection:
       if (!text.empty() && text.back() != u'\r') text += u'\r';
-      text += u"[" + std::u16string(section) + u"]\r" + line;
+      text += u'[';
+      text += section;
+      text += u"]\r";
+      text += line;
       break;
     case kNoKey: {
-      std::u16string insert = line;
-      if (scan.sectionEnd > 0 && text[scan.sectionEnd - 1] != u'\r') insert = u"\r" + insert;
-      text.insert(scan.sectionEnd, insert);
+      if (scan.sectionEnd > 0 && text[scan.sectionEnd - 1] != u'\r') line.insert(0, 1, u'\r');
+      text.insert(scan.sectionEnd, line);
       break;
     }
     default:

@@ -110,7 +110,11 @@ int DispatchCommand(int32_t id) {
 void RefreshMenus() {
   std::vector<std::u16string> recentTexts;
   for (uint32_t i = 0; i < RecentFileCount && Recent.names[i]; i++) {
-    recentTexts.push_back(u"&" + std::u16string(1, char16_t(u'1' + i)) + u" " + Recent.names[i]);
+    std::u16string text = u"&";
+    text += char16_t(u'1' + i);
+    text += u' ';
+    text += Recent.names[i];
+    recentTexts.push_back(text);
   }
   std::vector<MenuEntry> menu = {
       {0, 0, u"&Fichier"},
