@@ -9,6 +9,16 @@ ViewMetrics View;
 PointModeState PointMode;
 int ScrollBarsStale;
 
+uint32_t CurrentBook() {
+  return App.currentBook;
+}
+uint32_t CurrentSheetIndex() {
+  return GetWorkbook(App.currentBook)->currentSheet;
+}
+Sheet* CurrentSheet() {
+  return GetSheet(CurrentBook(), CurrentSheetIndex());
+}
+
 static ZoomMetrics Zoomed() {
   return ZoomMetrics{View.dpiY, View.digitWidth};
 }
@@ -70,7 +80,15 @@ static uint32_t LastInView(uint32_t book, uint32_t sheet, int32_t start, int32_t
   return last;
 }
 
+static FrameSizes LastFrame;
+
+void RemeasureView() {
+  MeasureView(&LastFrame);
+  gPlatform->invalidate(nullptr);
+}
+
 void MeasureView(const FrameSizes* frame) {
+  LastFrame = *frame;
   View.barsBottom = View.gridTop = frame->barsHeight;
   View.gridLeft = 0;
   View.clientRight = frame->clientWidth;

@@ -91,3 +91,14 @@ extern PointModeState PointMode;
 
 // Set by MeasureView: the next paint sends the scroll bars their ranges.
 extern int ScrollBarsStale;
+
+// The current workbook, the index of its current sheet and that sheet; valid only while a
+// workbook is open, and the pointer only until the sheet array changes.
+struct Sheet;
+uint32_t CurrentBook();
+uint32_t CurrentSheetIndex();
+Sheet* CurrentSheet();
+
+// MeasureView again with the frame sizes it was last given, then a repaint of the whole client
+// area: what scrolling and sheet changes need.
+void RemeasureView();

@@ -5,11 +5,14 @@
 
 #include <string>
 
+#include "base/message.h"
 #include "base/text.h"
+#include "formula/recalc.h"
 #include "model/cells.h"
 #include "model/styles.h"
 #include "model/undo.h"
 #include "model/workbook.h"
+#include "shell/entry.h"
 #include "shell/paint.h"
 #include "shell/resources.h"
 #include "shell/test_platform.h"
@@ -27,6 +30,7 @@ class ShellTest : public ::testing::Test {
     FirstShownTab = 0;
     ASSERT_TRUE(CreateWorkbook(nullptr, 0, &book));
     ASSERT_TRUE(CreateDrawResources());
+    InstallShellHooks();
     // The selection starts out of view, so that its frame only shows where a test puts it.
     Select(300, 300, 200, 200);
     Layout();
@@ -36,6 +40,8 @@ class ShellTest : public ::testing::Test {
     ClearUndo();
     CloseAllWorkbooks();
     FreeDrawResources();
+    SetMessageHook(nullptr);
+    SetInvalidateRangeHook(nullptr);
     CheckBoxesShown();
   }
 
