@@ -9,6 +9,7 @@
 #include "model/undo.h"
 #include "model/workbook.h"
 #include "platform/platform.h"
+#include "shell/entry.h"
 #include "shell/frame.h"
 #include "shell/open_save.h"
 #include "shell/settings.h"
@@ -51,8 +52,7 @@ void Quit(int32_t) {
 }
 
 void Undo(int32_t) {
-  if (Options.editMode) return;  // the formula bar undoes its own typing
-  if (PopUndo()) LayoutView();
+  UndoCommand();
 }
 
 // The View toggles: which flag each flips.

@@ -12,9 +12,11 @@
 #include "model/undo.h"
 #include "model/workbook.h"
 #include "shell/commands.h"
+#include "shell/entry.h"
 #include "shell/open_save.h"
 #include "shell/paint.h"
 #include "shell/resources.h"
+#include "shell/select.h"
 #include "shell/view.h"
 
 BarLayout Bars;
@@ -34,10 +36,6 @@ constexpr MovableBand kBands[] = {
     {BandFormulaBar, BandFormula, &AppOptions::formulaBarVisible},
     {BandFormatBar, BandFormat, &AppOptions::formatBarVisible},
 };
-
-int32_t AskUser(const char16_t* text, const char16_t* caption, uint32_t flags) {
-  return gPlatform->messageBox(text, caption, flags);
-}
 
 void TellOutOfMemory() {
   gPlatform->messageBox(u"Mémoire insuffisante.", MessageCaption, MbOk | MbIconError);
@@ -96,6 +94,39 @@ int32_t OnSize(const PlatformEvent*) {
   return 1;
 }
 
+int32_t OnKeyDown(const PlatformEvent* e) {
+  return e->target == TargetEditLine ? EditLineKeyDown(e->key, e->modifiers)
+                                     : GridKeyDown(e->key, e->modifiers);
+}
+
+int32_t OnChar(const PlatformEvent* e) {
+  return e->target == TargetEditLine ? EditLineChar(e->ch, e->modifiers)
+                                     : GridChar(e->ch, e->modifiers);
+}
+
+// A press in the edit line turns a typed entry into an in-cell edit; when a guard refuses, the
+// press is swallowed so that the edit line does not take it.
+int32_t OnButtonDown(const PlatformEvent* e) {
+  if (e->target == TargetEditLine) return EditLinePressed() ? 0 : 1;
+  if (App.workbookCount) GridButtonDown(e->x, e->y, e->modifiers);
+  return 1;
+}
+
+// The two scroll bars move the view; the tab scroller moves the first tab shown by one.
+int32_t OnScroll(const PlatformEvent* e) {
+  if (!App.workbookCount) return 1;
+  if (e->bar < 2) {
+    ScrollView(e->bar == 0, e->code, e->position);
+    return 1;
+  }
+  const Workbook* wb = GetWorkbook(App.currentBook);
+  if (e->code == 0 && FirstShownTab > 0) FirstShownTab--;
+  if (e->code == 1 && FirstShownTab + 1 < wb->sheetCount) FirstShownTab++;
+  const PlatformRect strip{View.tabsLeft, View.cellsBottom, View.tabsRight, View.stripBottom};
+  gPlatform->invalidate(&strip);
+  return 1;
+}
+
 int32_t OnCommand(const PlatformEvent* e) {
   DispatchCommand(e->command);
   return 1;
@@ -122,8 +153,11 @@ struct EventRow {
 };
 
 constexpr EventRow kEventTable[] = {
-    {EventPaint, OnPaint}, {EventSize, OnSize},         {EventCommand, OnCommand},
-    {EventClose, OnClose}, {EventHandOver, OnHandOver}, {EventFocus, OnFocus},
+    {EventPaint, OnPaint},           {EventSize, OnSize},
+    {EventKeyDown, OnKeyDown},       {EventChar, OnChar},
+    {EventButtonDown, OnButtonDown}, {EventScroll, OnScroll},
+    {EventCommand, OnCommand},       {EventClose, OnClose},
+    {EventHandOver, OnHandOver},     {EventFocus, OnFocus},
 };
 
 }  // namespace
@@ -197,6 +231,7 @@ int NewDefaultWorkbook() {
   UpdateCaption();
   RefreshMenus();
   LayoutView();
+  RefreshFormulaBar();
   return 1;
 }
 
@@ -208,7 +243,7 @@ void CloseAllAndQuit() {
 }
 
 int FrameStart(const char16_t* commandLine) {
-  SetMessageHook(AskUser);
+  InstallShellHooks();
   SetOutOfMemoryHook(TellOutOfMemory);
   LocaleId locale = LocaleFrench;
   const char* tag = gPlatform->localeTag();

@@ -14,6 +14,7 @@
 #include "model/workbook.h"
 #include "platform/platform.h"
 #include "shell/commands.h"
+#include "shell/entry.h"
 #include "shell/frame.h"
 #include "shell/settings.h"
 
@@ -89,6 +90,7 @@ void RefreshAfterFileChange() {
   UpdateCaption();
   RefreshMenus();
   LayoutView();
+  if (App.workbookCount) RefreshFormulaBar();
 }
 
 }  // namespace

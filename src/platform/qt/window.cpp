@@ -86,8 +86,9 @@ int32_t KeyCode(int key) {
 
 std::set<int32_t> gKeysDown;
 
-// Hands a key press to the shell as a key down, then as a character when it types one. Returns
-// true when the shell took it.
+// Hands a key press to the shell as a key down, then, as the classic message loop does whether
+// or not the key down was taken, as the character it types (Return, Tab, Esc and Backspace type
+// theirs too). Returns true when the shell took either.
 bool SendKey(QKeyEvent* ev, PlatformTarget target) {
   const int32_t key = KeyCode(ev->key());
   if (key) gKeysDown.insert(key);
@@ -95,14 +96,14 @@ bool SendKey(QKeyEvent* ev, PlatformTarget target) {
   down.target = target;
   down.key = key;
   down.modifiers = Modifiers(ev->modifiers());
-  if (key && Send(down)) return true;
+  const bool tookKey = key && Send(down);
   const QString text = ev->text();
-  if (text.size() != 1 || (ev->modifiers() & Qt::ControlModifier)) return false;
+  if (text.size() != 1 || (ev->modifiers() & Qt::ControlModifier)) return tookKey;
   PlatformEvent typed = NewEvent(EventChar);
   typed.target = target;
   typed.ch = text.at(0).unicode();
   typed.modifiers = down.modifiers;
-  return Send(typed) != 0;
+  return (Send(typed) != 0) || tookKey;
 }
 
 class ClientWidget;
@@ -233,6 +234,12 @@ class EditFilter : public QObject {
  protected:
   bool eventFilter(QObject*, QEvent* ev) override {
     if (ev->type() == QEvent::KeyPress) return SendKey(static_cast<QKeyEvent*>(ev), TargetEditLine);
+    if (ev->type() == QEvent::MouseButtonPress &&
+        static_cast<QMouseEvent*>(ev)->button() == Qt::LeftButton) {
+      PlatformEvent e = NewEvent(EventButtonDown);
+      e.target = TargetEditLine;
+      return Send(e) != 0;
+    }
     if (ev->type() == QEvent::KeyRelease) {
       gKeysDown.erase(KeyCode(static_cast<QKeyEvent*>(ev)->key()));
     }
