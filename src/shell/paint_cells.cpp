@@ -277,7 +277,9 @@ static void PaintOverflow(PaintState* ps, const PlatformRect& r, uint32_t row, u
     uint8_t align = xf->horizontalAlign;
     if (source->state < CellShown && !EnsureCellText(ps->book, ps->sheet, source)) continue;
     bool text = source->value.tag == ValueText;
-    bool accepts = align == 6 || (text && (pass == 0 ? align <= 2 : (align == 3 || align == 2)));
+    // Wrapped text keeps to its own cell.
+    bool accepts = align == 6 || (text && !(xf->flags & XfWrap) &&
+                                  (pass == 0 ? align <= 2 : (align == 3 || align == 2)));
     if (!accepts || !source->text) continue;
     CellText t{};
     t.text = source->text;

@@ -376,3 +376,41 @@ TEST_F(PaintTest, CommentMarkAndTabs) {
   EXPECT_EQ(CountText(canvas, S()->name), 1);
   EXPECT_EQ(CountText(canvas, GetSheet(book, 1)->name), 1);
 }
+
+// Where a value starts in B2 (x 80..135) by its type and horizontal alignment, and which line a
+// wrapped text breaks at.
+TEST_F(PaintTest, TextIsPlacedByTypeAndAlignment) {
+  struct Case {
+    bool number;
+    uint8_t align;
+    int32_t x;
+  };
+  // "1234" and "abcd" are 28 pixels wide.
+  const Case cases[] = {
+      {true, 0, 136 - 28 - 2},  {true, 1, 81},  {true, 2, 80 + (136 - 28 - 80 - 1) / 2},
+      {true, 3, 136 - 28 - 2},  {false, 0, 81}, {false, 2, 80 + (136 - 28 - 80 - 1) / 2},
+      {false, 3, 136 - 28 - 2}, {false, 1, 81},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << (c.number ? "number" : "text") << " align " << int(c.align));
+    uint16_t xf = MakeXf([&](Xf& x) { x.horizontalAlign = c.align; });
+    if (c.number)
+      PutNumber(1, 1, 1234, xf);
+    else
+      PutText(1, 1, u"abcd", xf);
+    Paint();
+    int32_t x = 0;
+    EXPECT_EQ(CountText(canvas, c.number ? u"1234" : u"abcd", &x), 1);
+    EXPECT_EQ(x, c.x);
+  }
+  uint16_t wrapped = MakeXf([](Xf& x) { x.flags |= XfWrap; });
+  SetRow(1, 1020);  // 68 pixels: room for several lines
+  Layout();
+  PutText(1, 1, u"un deux trois", wrapped);  // 53 pixels of room: "un deux" fits, not more
+  Paint();
+  int32_t x = 0, y1 = 0, y2 = 0;
+  EXPECT_EQ(CountText(canvas, u"un deux", &x, &y1), 1);
+  EXPECT_EQ(CountText(canvas, u"trois", &x, &y2), 1);
+  EXPECT_EQ(y2 - y1, TestLineHeight);
+  EXPECT_EQ(x, 81);
+}

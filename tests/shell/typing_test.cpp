@@ -1,6 +1,7 @@
 // Typing into cells through the edit line, and moving about the grid with keys and presses.
 #include "format/calendar.h"
 #include "format/number_format.h"
+#include "shell/events.h"
 #include "shell/select.h"
 #include "shell_fixture.h"
 
@@ -306,4 +307,36 @@ TEST_F(MoveTest, PressesSelectCellsHeadersAndSheets) {
   int32_t secondTab = View.tabsLeft + slant + firstName + slant + 3;
   GridButtonDown(secondTab, View.cellsBottom + 5, 0);
   EXPECT_EQ(GetWorkbook(book)->currentSheet, 1u);
+}
+
+// The same road through the event dispatcher, as the window system delivers it.
+TEST_F(MoveTest, EventsReachTheGridAndTheEditLine) {
+  auto send = [](PlatformEventKind kind, PlatformTarget target, int32_t key, char16_t ch) {
+    PlatformEvent e{};
+    e.kind = kind;
+    e.target = target;
+    e.key = key;
+    e.ch = ch;
+    return ShellGridEvent(&e);
+  };
+  EXPECT_EQ(send(EventChar, TargetGrid, 0, u'4'), 1);
+  EXPECT_EQ(send(EventChar, TargetEditLine, 0, u'2'), 0) << "the edit control inserts it";
+  gPlatform->editReplaceSelection(u"2", 1);
+  EXPECT_EQ(send(EventChar, TargetEditLine, 0, u'\r'), 1);
+  EXPECT_EQ(At(0, 0)->value.number, 42);
+  EXPECT_EQ(send(EventKeyDown, TargetGrid, KeyUp, 0), 1);
+  EXPECT_EQ(S()->activeRow, 0);
+  PlatformEvent scroll{};
+  scroll.kind = EventScroll;
+  scroll.code = 1;  // one line down on the vertical bar
+  ShellGridEvent(&scroll);
+  EXPECT_EQ(S()->topRow, 1);
+  PlatformEvent paint{};
+  paint.kind = EventPaint;
+  paint.dc = &canvas.base;
+  paint.rect = PlatformRect{0, 0, 1280, 800};
+  EXPECT_EQ(ShellGridEvent(&paint), 1);
+  // Row 1 has scrolled away with A1: "42" shows only as a row number.
+  EXPECT_EQ(CountText(canvas, u"1"), 0);
+  EXPECT_EQ(CountText(canvas, u"42"), 1);
 }
