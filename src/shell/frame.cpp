@@ -13,10 +13,10 @@
 #include "model/workbook.h"
 #include "shell/commands.h"
 #include "shell/entry.h"
+#include "shell/events.h"
 #include "shell/open_save.h"
 #include "shell/paint.h"
 #include "shell/resources.h"
-#include "shell/select.h"
 #include "shell/view.h"
 
 BarLayout Bars;
@@ -84,46 +84,12 @@ int32_t OnPaint(const PlatformEvent* e) {
     RecheckFirstTab(e->dc);
     gTabsToCheck = false;
   }
-  PaintSheet(e->dc, &e->rect);
-  return 1;
+  return ShellGridEvent(e);
 }
 
 int32_t OnSize(const PlatformEvent*) {
   LayoutView();
   gTabsToCheck = true;
-  return 1;
-}
-
-int32_t OnKeyDown(const PlatformEvent* e) {
-  return e->target == TargetEditLine ? EditLineKeyDown(e->key, e->modifiers)
-                                     : GridKeyDown(e->key, e->modifiers);
-}
-
-int32_t OnChar(const PlatformEvent* e) {
-  return e->target == TargetEditLine ? EditLineChar(e->ch, e->modifiers)
-                                     : GridChar(e->ch, e->modifiers);
-}
-
-// A press in the edit line turns a typed entry into an in-cell edit; when a guard refuses, the
-// press is swallowed so that the edit line does not take it.
-int32_t OnButtonDown(const PlatformEvent* e) {
-  if (e->target == TargetEditLine) return EditLinePressed() ? 0 : 1;
-  if (App.workbookCount) GridButtonDown(e->x, e->y, e->modifiers);
-  return 1;
-}
-
-// The two scroll bars move the view; the tab scroller moves the first tab shown by one.
-int32_t OnScroll(const PlatformEvent* e) {
-  if (!App.workbookCount) return 1;
-  if (e->bar < 2) {
-    ScrollView(e->bar == 0, e->code, e->position);
-    return 1;
-  }
-  const Workbook* wb = GetWorkbook(App.currentBook);
-  if (e->code == 0 && FirstShownTab > 0) FirstShownTab--;
-  if (e->code == 1 && FirstShownTab + 1 < wb->sheetCount) FirstShownTab++;
-  const PlatformRect strip{View.tabsLeft, View.cellsBottom, View.tabsRight, View.stripBottom};
-  gPlatform->invalidate(&strip);
   return 1;
 }
 
@@ -152,12 +118,10 @@ struct EventRow {
   int32_t (*handler)(const PlatformEvent* event);
 };
 
+// The grid's own events (keys, characters, presses, scroll bars) go on to the grid's table.
 constexpr EventRow kEventTable[] = {
-    {EventPaint, OnPaint},           {EventSize, OnSize},
-    {EventKeyDown, OnKeyDown},       {EventChar, OnChar},
-    {EventButtonDown, OnButtonDown}, {EventScroll, OnScroll},
-    {EventCommand, OnCommand},       {EventClose, OnClose},
-    {EventHandOver, OnHandOver},     {EventFocus, OnFocus},
+    {EventPaint, OnPaint}, {EventSize, OnSize},         {EventCommand, OnCommand},
+    {EventClose, OnClose}, {EventHandOver, OnHandOver}, {EventFocus, OnFocus},
 };
 
 }  // namespace
@@ -166,7 +130,7 @@ int32_t FrameHandleEvent(const PlatformEvent* event) {
   for (const EventRow& row : kEventTable) {
     if (row.kind == event->kind) return row.handler(event);
   }
-  return 0;
+  return ShellGridEvent(event);
 }
 
 void LayoutView() {

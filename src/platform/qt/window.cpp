@@ -304,6 +304,7 @@ QWidget* MakeTabScroller(QWidget* parent) {
       PlatformEvent e = NewEvent(EventScroll);
       e.bar = 2;
       e.code = code;
+      e.position = code == 0 ? 0 : 2;  // an up-down control of range 0 to 2 resting at 1
       Send(e);
     });
   }
