@@ -1,6 +1,7 @@
 // Fuzzes the number format engine with codes as files bring them: the first eight bytes are the
 // value, the rest a format code in UTF-8. Every code must format every value, with and without a
-// measure, into a terminated text that stays inside the output buffer.
+// measure, and a text through its text section, into a terminated text that stays inside the
+// output buffer.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -24,7 +25,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         FormatNumber(value, code, pass == 1, pass == 2 ? &measure.base : nullptr, 300, &color);
     if (TextLength(text) >= FormatOutputCapacity) std::abort();
     if (color != 255 && color >= FormatColorCount) std::abort();
+    FormatOutsideCalendar(value, code, pass == 1);
   }
+  // The same code as the text section of a string value: the code itself stands in for the text.
+  const char16_t* shown = FormatText(code, code, nullptr);
+  if (shown && TextLength(shown) >= FormatOutputCapacity) std::abort();
   Release(code);
   return 0;
 }

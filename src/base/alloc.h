@@ -32,5 +32,12 @@ int GrowArray(T** items, uint32_t* capacity, uint32_t needed, uint32_t step) {
   return 1;
 }
 
+// Grows by doubling, from `first` items for an empty array: for arrays that may reach many
+// thousand entries, where a fixed step would copy the whole array again and again.
+template <typename T>
+int GrowArrayByDoubling(T** items, uint32_t* capacity, uint32_t needed, uint32_t first) {
+  return GrowArray(items, capacity, needed, *capacity ? *capacity : first);
+}
+
 // Test support: the next `count` allocations succeed, then every one fails until reset with -1.
 void SetAllocationFailureAfter(int64_t count);

@@ -15,14 +15,15 @@
 static int StoreLine(uint32_t book, uint32_t row, const std::string& line) {
   char16_t* text = Utf8ToText(line.c_str(), line.size());
   if (!text) return 0;
-  EntryTarget target{book,
-                     0,
-                     Range{static_cast<uint16_t>(row), static_cast<uint16_t>(row), 0, 0},
-                     static_cast<uint16_t>(row),
-                     0,
-                     0,
-                     0,
-                     0};
+  uint16_t r = static_cast<uint16_t>(row);
+  EntryTarget target{.book = book,
+                     .sheet = 0,
+                     .range = Range{r, r, 0, 0},
+                     .anchorRow = r,
+                     .anchorCol = 0,
+                     .arrayEntry = 0,
+                     .fillSelection = 0,
+                     .loading = 0};
   EntryStatus status;
   // An empty line stores nothing: the listing shows stored cells only.
   int ok = !text[0] || StoreEntry(text, &target, &status);
@@ -34,7 +35,7 @@ static int StoreLine(uint32_t book, uint32_t row, const std::string& line) {
 
 int RunEntries(int argc, char** argv) {
   CliOptions options;
-  if (!ReadCliOptions(argc, argv, &options, "entries", 0, 0)) return 2;
+  if (!ReadCliOptions(argc, argv, &options, "entries", CliLocaleOnly)) return 2;
   if (options.positionalCount != 1) {
     std::fputs("usage: tessarel-cli entries [--locale fr-FR|en-US] FILE\n", stderr);
     return 2;
@@ -45,7 +46,7 @@ int RunEntries(int argc, char** argv) {
     return 1;
   }
   uint32_t book;
-  if (!CreateWorkbook(nullptr, 0, &book)) {
+  if (!CreateWorkbook(nullptr, NoViewUpdate, &book)) {
     std::fclose(file);
     return 1;
   }

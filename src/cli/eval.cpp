@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "base/alloc.h"
+#include "base/check.h"
 #include "base/text.h"
 #include "cli/verbs.h"
 #include "formula/parser.h"
@@ -36,16 +37,16 @@ static int Refuse(const char* message) {
 
 int RunEval(int argc, char** argv) {
   CliOptions options;
-  if (!ReadCliOptions(argc, argv, &options, "eval", 0, 0)) return 2;
+  if (!ReadCliOptions(argc, argv, &options, "eval", CliLocaleOnly)) return 2;
   if (options.positionalCount != 1) {
     std::fputs("usage: tessarel-cli eval [--locale fr-FR|en-US] 'FORMULA'\n", stderr);
     return 2;
   }
   uint32_t book;
-  if (!CreateWorkbook(nullptr, 0, &book)) return Refuse("out of memory");
+  if (!CreateWorkbook(nullptr, NoViewUpdate, &book)) return Refuse("out of memory");
   char16_t* text = FormulaArgument(options.positional[0]);
   if (!text) return Refuse("out of memory");
-  ParseContext ctx{book, 0, 1, 0, 0, 0, 0};
+  ParseContext ctx{book, 0, A1Style, 0, 0, ReferencesAsWritten, SingleCellFormula};
   Cell proto{};
   proto.xf = DefaultCellXf;
   CompileStatus status = CompileFormula(&ctx, text, ClassCodeValue, &proto.formula);
@@ -60,14 +61,15 @@ int RunEval(int argc, char** argv) {
     default:
       return Refuse("out of memory");
   }
-  if (!StoreCell(book, 0, &proto, 1, 0)) {
+  if (!StoreCell(book, 0, &proto, StoreAndRecalc, KeepRowHeight)) {
     FreeTokens(&proto.formula);
     return Refuse("out of memory");
   }
   uint32_t index;
   CellArray* cells = &GetSheet(book, 0)->cells;
-  if (!FindCell(cells, 0, 0, &index) || !EnsureCellText(book, 0, cells->cells[index]))
-    return Refuse("out of memory");
+  bool stored = FindCell(cells, 0, 0, &index);
+  DEBUG_ASSERT(stored);
+  if (!stored || !EnsureCellText(book, 0, cells->cells[index])) return Refuse("out of memory");
   const char16_t* shown = cells->cells[index]->text;
   std::printf("%s\n", TextToUtf8(shown ? shown : u"").c_str());
   CloseAllWorkbooks();

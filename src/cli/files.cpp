@@ -24,9 +24,20 @@ static int LoadForVerb(const char* verb, const char* name, uint32_t* book) {
   return ok;
 }
 
+// Without --recalc the listing shows what the file holds: formulas the file asks to be worked out
+// again on opening, and volatile ones, keep the results the file stored for them.
+static void KeepLoadedValues(uint32_t book) {
+  const Workbook* wb = GetWorkbook(book);
+  for (uint32_t s = 0; s < wb->sheetCount; s++) {
+    const Sheet* sheet = wb->sheets[s];
+    for (uint32_t i = 0; i < sheet->cells.count; i++)
+      if (sheet->cells.cells[i]->state == CellDirty) sheet->cells.cells[i]->state = CellCalculated;
+  }
+}
+
 int RunCells(int argc, char** argv) {
   CliOptions options;
-  if (!ReadCliOptions(argc, argv, &options, "cells", 1, 1)) return 2;
+  if (!ReadCliOptions(argc, argv, &options, "cells", CliRecalcOption | CliSheetOption)) return 2;
   if (options.positionalCount != 1) {
     std::fputs("usage: tessarel-cli cells [--recalc] [--sheet N] [--locale fr-FR|en-US] FILE\n",
                stderr);
@@ -46,6 +57,8 @@ int RunCells(int argc, char** argv) {
   if (options.recalc) {
     App.currentBook = book;
     RecalculateWorkbook();
+  } else {
+    KeepLoadedValues(book);
   }
   PrintCells(stdout, book, options.sheet);
   CloseAllWorkbooks();
@@ -54,7 +67,7 @@ int RunCells(int argc, char** argv) {
 
 int RunConvert(int argc, char** argv) {
   CliOptions options;
-  if (!ReadCliOptions(argc, argv, &options, "convert", 0, 0)) return 2;
+  if (!ReadCliOptions(argc, argv, &options, "convert", CliLocaleOnly)) return 2;
   if (options.positionalCount != 2) {
     std::fputs("usage: tessarel-cli convert [--locale fr-FR|en-US] IN OUT\n", stderr);
     return 2;

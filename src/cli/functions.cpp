@@ -13,7 +13,7 @@ static void PrintRow(const FunctionEntry* e, long number, uint32_t category) {
 
 int RunFunctions(int argc, char** argv) {
   CliOptions options;
-  if (!ReadCliOptions(argc, argv, &options, "functions", 0, 0)) return 2;
+  if (!ReadCliOptions(argc, argv, &options, "functions", CliLocaleOnly)) return 2;
   if (options.positionalCount != 0) {
     std::fputs("usage: tessarel-cli functions [--locale fr-FR|en-US]\n", stderr);
     return 2;

@@ -6,6 +6,7 @@
 #include "base/text.h"
 #include "cli/verbs.h"
 #include "formula/formula_text.h"
+#include "formula/parser.h"
 #include "formula/recalc.h"
 #include "formula/reference_text.h"
 #include "model/value.h"
@@ -43,7 +44,8 @@ static std::string A1Address(uint16_t row, uint8_t col) {
 // The formula as the formula bar shows it; empty for a constant.
 static std::string FormulaField(uint32_t book, const Cell* cell) {
   if (!cell->formula.bytes) return "";
-  char16_t* text = FormulaText(book, &cell->formula, cell->row, cell->col, 1, cell->row, cell->col);
+  char16_t* text =
+      FormulaText(book, &cell->formula, cell->row, cell->col, A1Style, cell->row, cell->col);
   std::string out = text ? Escape(TextToUtf8(text)) : "";
   Release(text);
   return out;

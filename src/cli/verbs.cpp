@@ -17,9 +17,9 @@ const CliVerb CliVerbs[] = {
     {nullptr, nullptr, nullptr},
 };
 
-int ReadCliOptions(int argc, char** argv, CliOptions* options, const char* verb, int allowRecalc,
-                   int allowSheet) {
-  *options = CliOptions{0, -1, 0, nullptr};
+int ReadCliOptions(int argc, char** argv, CliOptions* options, const char* verb,
+                   uint32_t accepted) {
+  *options = CliOptions{.recalc = 0, .sheet = -1, .positionalCount = 0, .positional = nullptr};
   LocaleId locale = LocaleFromEnvironment();
   int i = 0;
   for (; i < argc && argv[i][0] == '-' && argv[i][1] == '-'; i++) {
@@ -30,9 +30,9 @@ int ReadCliOptions(int argc, char** argv, CliOptions* options, const char* verb,
                      argv[i]);
         return 0;
       }
-    } else if (allowRecalc && !std::strcmp(option, "--recalc")) {
+    } else if ((accepted & CliRecalcOption) && !std::strcmp(option, "--recalc")) {
       options->recalc = 1;
-    } else if (allowSheet && !std::strcmp(option, "--sheet") && i + 1 < argc) {
+    } else if ((accepted & CliSheetOption) && !std::strcmp(option, "--sheet") && i + 1 < argc) {
       char* end;
       long n = std::strtol(argv[++i], &end, 10);
       if (*end || n < 0 || n > 32766) {

@@ -18,9 +18,14 @@ struct CliOptions {
   int positionalCount;
   char** positional;
 };
+// The options beyond --locale that a verb accepts.
+enum CliOptionMask : uint32_t {
+  CliLocaleOnly = 0,
+  CliRecalcOption = 1 << 0,
+  CliSheetOption = 1 << 1,
+};
 // Reads the options and applies the locale; returns 0 after printing a usage error.
-int ReadCliOptions(int argc, char** argv, CliOptions* options, const char* verb, int allowRecalc,
-                   int allowSheet);
+int ReadCliOptions(int argc, char** argv, CliOptions* options, const char* verb, uint32_t accepted);
 
 // One line per stored cell of a workbook (or of one sheet), tab-separated: sheet index, A1
 // address, type letter, value, formula text, displayed text.

@@ -139,9 +139,16 @@ int StoreEntry(const char16_t* text, const EntryTarget* t, EntryStatus* status) 
   Sheet* s = GetSheet(t->book, t->sheet);
   if (!SheetHasCells(s)) return 0;
   const Range* r = &t->range;
-  ParseContext ctx{t->book, t->sheet, 1, r->firstRow, r->firstCol, 0, t->arrayEntry};
+  ParseContext ctx{.book = t->book,
+                   .sheet = t->sheet,
+                   .a1Style = A1Style,
+                   .baseRow = r->firstRow,
+                   .baseColumn = r->firstCol,
+                   .relativeMode = ReferencesAsWritten,
+                   .arrayFormula = t->arrayEntry};
   InputResult input{};
-  EntryFormat format{-1, text[0] == u'\'', false, false};
+  EntryFormat format{
+      .formatId = -1, .quotePrefix = text[0] == u'\'', .wrap = false, .hyperlink = false};
   bool textOnly = XfForCell(t->book, t->sheet, r->firstRow, r->firstCol) == TextOnlyXf;
   InputKind kind = textOnly ? InputText : ClassifyInput(&ctx, text, &input);
   FormulaTokens tokens{};

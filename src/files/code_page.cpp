@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "base/alloc.h"
+
 static const iconv_t NoConverter = reinterpret_cast<iconv_t>(-1);
 
 static iconv_t Descriptor(void* handle) {
@@ -80,6 +82,24 @@ char16_t DecodePair(CodePage* page, uint8_t lead, uint8_t trail) {
   char out[8];
   if (Convert(page->toWide, in, 2, out, sizeof out) != 2) return 0;
   return WideFromBytes(out);
+}
+
+char16_t* DecodeBytes(CodePage* page, const uint8_t* bytes, uint32_t length) {
+  char16_t* text = static_cast<char16_t*>(Allocate((length + 1u) * sizeof(char16_t)));
+  if (!text) return nullptr;
+  uint32_t n = 0;
+  for (uint32_t i = 0; i < length; i++) {
+    uint8_t b = bytes[i];
+    if (!page->lead[b]) {
+      text[n++] = page->single[b];
+      continue;
+    }
+    char16_t pair = i + 1 < length ? DecodePair(page, b, bytes[i + 1]) : 0;
+    text[n++] = pair ? pair : 0xFFFD;
+    if (pair) i++;
+  }
+  text[n] = 0;
+  return text;
 }
 
 uint32_t EncodeChar(CodePage* page, char16_t c, uint8_t* out) {

@@ -21,5 +21,8 @@ void CloseCodePage(CodePage* page);
 
 // The character of a double-byte pair; 0 when the pair means nothing.
 char16_t DecodePair(CodePage* page, uint8_t lead, uint8_t trail);
+// The text of `length` bytes as a heap string; a pair that means nothing, or a lead byte at the
+// end, gives U+FFFD. Null only on lost memory.
+char16_t* DecodeBytes(CodePage* page, const uint8_t* bytes, uint32_t length);
 // Writes the bytes of `c` into `out` (room for 2) and returns their count, 1 or 2.
 uint32_t EncodeChar(CodePage* page, char16_t c, uint8_t* out);

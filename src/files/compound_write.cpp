@@ -72,6 +72,10 @@ bool ValidName(const char16_t* name) {
   return true;
 }
 
+// Colours of a directory entry in the red-black tree of names.
+constexpr uint8_t NodeRed = 0;
+constexpr uint8_t NodeBlack = 1;
+
 struct TreeLinks {
   uint32_t left[CompoundMaxStreams + 1];
   uint32_t right[CompoundMaxStreams + 1];
@@ -88,7 +92,7 @@ uint32_t BuildTree(TreeLinks* links, const uint32_t* order, int low, int high, i
   uint32_t node = order[middle];
   links->left[node] = BuildTree(links, order, low, middle, depth + 1, redDepth);
   links->right[node] = BuildTree(links, order, middle + 1, high, depth + 1, redDepth);
-  links->colour[node] = depth == redDepth ? 0 : 1;
+  links->colour[node] = depth == redDepth ? NodeRed : NodeBlack;
   return node;
 }
 
@@ -130,13 +134,13 @@ void WriteDirectory(CompoundWriter* writer) {
   for (uint32_t slot = 0; slot < slots; slot++) {
     uint8_t* entry = sector + EntrySize * (slot % EntriesPerSector);
     if (slot == 0) {
-      WriteEntry(entry, u"Root Entry", EntryRoot, 1, NoEntry, NoEntry, top, EndOfChain, 0);
+      WriteEntry(entry, u"Root Entry", EntryRoot, NodeBlack, NoEntry, NoEntry, top, EndOfChain, 0);
     } else if (slot <= count) {
       uint32_t i = slot - 1;
       WriteEntry(entry, writer->names[i], EntryStream, links.colour[slot], links.left[slot],
                  links.right[slot], NoEntry, writer->firstSector[i], writer->streamSize[i]);
     } else {
-      WriteEntry(entry, u"", EntryEmpty, 0, NoEntry, NoEntry, NoEntry, 0, 0);
+      WriteEntry(entry, u"", EntryEmpty, NodeRed, NoEntry, NoEntry, NoEntry, 0, 0);
     }
     if (slot % EntriesPerSector == EntriesPerSector - 1) Put(writer, sector, SectorSize);
   }

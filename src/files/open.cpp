@@ -8,6 +8,7 @@
 #include "base/alloc.h"
 #include "base/message.h"
 #include "base/text.h"
+#include "files/biff_read.h"
 #include "files/safe_save.h"
 #include "format/locale.h"
 #include "model/workbook.h"
@@ -32,6 +33,10 @@ static int ReadTxt(uint32_t book, const uint8_t* bytes, size_t size, char16_t se
   return ReadDelimited(book, bytes, size, separator ? separator : u'\t', &report->delimited);
 }
 
+static int ReadXls(uint32_t book, const uint8_t* bytes, size_t size, char16_t, LoadReport*) {
+  return ReadXlsFile(book, bytes, size);
+}
+
 static int WriteCsv(FILE* file, void* context) {
   return WriteDelimited(static_cast<SaveJob*>(context)->book, file, DelimitedCsv);
 }
@@ -47,8 +52,8 @@ struct FileTypeRow {
 };
 
 static const FileTypeRow FileTypes[] = {
-    {u"csv", ReadCsv, WriteCsv}, {u"pxl", nullptr, nullptr}, {u"xls", nullptr, nullptr},
-    {u"xlt", nullptr, nullptr},  {u"bmp", nullptr, nullptr}, {u"txt", ReadTxt, WriteTxt},
+    {u"csv", ReadCsv, WriteCsv}, {u"pxl", nullptr, nullptr}, {u"xls", ReadXls, nullptr},
+    {u"xlt", ReadXls, nullptr},  {u"bmp", nullptr, nullptr}, {u"txt", ReadTxt, WriteTxt},
     {u"pxt", nullptr, nullptr},
 };
 static_assert(sizeof FileTypes / sizeof FileTypes[0] == FileUnknown);
@@ -142,7 +147,7 @@ int LoadWorkbookFile(const char16_t* path, const char16_t* delimiter, LoadReport
     return 0;
   }
   uint32_t book;
-  if (!CreateWorkbook(path, 0, &book)) {
+  if (!CreateWorkbook(path, NoViewUpdate, &book)) {
     Release(bytes);
     return 0;
   }

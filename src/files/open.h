@@ -26,7 +26,7 @@ FileType FileTypeFromName(const char16_t* path);
 // What a load tells its caller beyond success.
 struct LoadReport {
   uint32_t book;            // the new workbook, also after a failed read (it stays open, partial)
-  int32_t bookCreated;      // non-zero when `book` is valid
+  int32_t bookCreated;      // non-zero when `book` is valid; read by the shell after a failed load
   DelimitedStop delimited;  // where a delimited read stopped
 };
 

@@ -120,7 +120,7 @@ static int ReadQuoted(TextReader* r, char16_t separator, Field* f, char16_t* end
 
 // Puts an apostrophe in front of a field that would read as a number, so that it stays text.
 static void KeepAsText(uint32_t book, Field* f) {
-  ParseContext ctx{book, 0, 1, 0, 0, 0, 0};
+  ParseContext ctx{book, 0, A1Style, 0, 0, ReferencesAsWritten, SingleCellFormula};
   InputResult input;
   if (f->length && ClassifyInput(&ctx, FieldText(f), &input) == InputNumber) {
     f->text[0] = u'\'';
@@ -175,15 +175,16 @@ int ReadDelimited(uint32_t book, const uint8_t* bytes, size_t size, char16_t sep
     if (failure != DelimitedOk) break;
     if (keepText) KeepAsText(book, &f);
     if (f.length) {
-      EntryTarget target{book,
-                         0,
-                         Range{static_cast<uint16_t>(row), static_cast<uint16_t>(row),
-                               static_cast<uint8_t>(col), static_cast<uint8_t>(col)},
-                         static_cast<uint16_t>(row),
-                         static_cast<uint8_t>(col),
-                         0,
-                         0,
-                         1};
+      uint16_t cellRow = static_cast<uint16_t>(row);
+      uint8_t cellCol = static_cast<uint8_t>(col);
+      EntryTarget target{.book = book,
+                         .sheet = 0,
+                         .range = Range{cellRow, cellRow, cellCol, cellCol},
+                         .anchorRow = cellRow,
+                         .anchorCol = cellCol,
+                         .arrayEntry = 0,
+                         .fillSelection = 0,
+                         .loading = 1};
       EntryStatus status;
       if (!StoreEntry(FieldText(&f), &target, &status)) {
         failure = status == EntryBadFormula ? DelimitedBadFormula : DelimitedNoMemory;

@@ -56,3 +56,77 @@ void SerialToDate(int32_t serial, int32_t* year, int32_t* month, int32_t* day) {
   }
   *year = static_cast<int32_t>(y);
 }
+
+int32_t SerialWeekday(int32_t serial) {
+  int64_t k = (static_cast<int64_t>(serial) + 2415020) % 7;
+  return static_cast<int32_t>(k < 0 ? k + 7 : k) + 1;
+}
+
+int32_t DaysInMonth(int32_t year, int32_t month) {
+  int64_t index = static_cast<int64_t>(year) * 12 + (month - 1);
+  auto y = static_cast<int32_t>(FloorDivide(index, 12));
+  auto m = static_cast<int32_t>(index - int64_t{y} * 12) + 1;
+  return m == 12 ? 31 : DateToSerial(y, m + 1, 1) - DateToSerial(y, m, 1);
+}
+
+int32_t Days360(int32_t start, int32_t end, bool european) {
+  int32_t y1, m1, d1, y2, m2, d2;
+  SerialToDate(start, &y1, &m1, &d1);
+  SerialToDate(end, &y2, &m2, &d2);
+  int32_t months = (y2 - y1) * 12 - m1;
+  if (european) {
+    if (d1 == 31) d1 = 30;
+    if (d2 == 31) d2 = 30;
+  } else {
+    if (d1 == 31 || (m1 == 2 && d1 >= 28)) d1 = 30;
+    if (d2 == 31) {
+      if (d1 < 30) return (months + m2 + 1) * 30 - d1 + 1;
+      d2 = 30;
+    }
+  }
+  return (months + m2) * 30 - d1 + d2;
+}
+
+static bool IsLeapYear(int32_t y) {
+  return (y % 4 == 0 && y % 100 != 0) || y % 400 == 0;
+}
+
+// Actual/actual: within a year, the length of the year the span lies in (366 when it holds a
+// 29 February); over longer spans, the mean length of the calendar years it touches.
+static double ActualYearLength(int32_t start, int32_t end) {
+  int32_t y1, m1, d1, y2, m2, d2;
+  SerialToDate(start, &y1, &m1, &d1);
+  SerialToDate(end, &y2, &m2, &d2);
+  bool withinYear = y1 == y2 || (y2 == y1 + 1 && (m1 > m2 || (m1 == m2 && d1 >= d2)));
+  if (withinYear) {
+    if (y1 == y2) return IsLeapYear(y1) ? 366 : 365;
+    bool leapDay =
+        (IsLeapYear(y1) && (m1 < 3)) || (IsLeapYear(y2) && (m2 > 2 || (m2 == 2 && d2 == 29)));
+    return leapDay ? 366 : 365;
+  }
+  double days = DateToSerial(y2 + 1, 1, 1) - DateToSerial(y1, 1, 1);
+  return days / (y2 - y1 + 1);
+}
+
+int YearFraction(int32_t start, int32_t end, int32_t basis, double* out) {
+  double actual = static_cast<double>(end) - start;
+  switch (basis) {
+    case 0:
+      *out = Days360(start, end, false) / 360.0;
+      return 1;
+    case 1:
+      *out = actual / ActualYearLength(start, end);
+      return 1;
+    case 2:
+      *out = actual / 360;
+      return 1;
+    case 3:
+      *out = actual / 365;
+      return 1;
+    case 4:
+      *out = Days360(start, end, true) / 360.0;
+      return 1;
+    default:
+      return 0;
+  }
+}

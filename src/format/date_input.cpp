@@ -51,7 +51,11 @@ static bool StartsWithNoCase(const char16_t* text, uint32_t i, uint32_t end, con
 // ---------------------------------------------------------------------------------------------
 // Times
 
+namespace {
+
 enum Meridiem { MeridiemNone = 0, MeridiemMorning = 1, MeridiemAfternoon = 2 };
+
+}  // namespace
 
 // Reads the morning or afternoon text at i, whole or by its first letter, standing alone as a
 // word; returns the index behind it, or 0 when there is none.
@@ -151,10 +155,14 @@ int ParseTimeText(const char16_t* text, double* out, int32_t* formatIndex) {
 // ---------------------------------------------------------------------------------------------
 // Dates
 
+namespace {
+
 struct DateField {
   int64_t value;
   bool monthName;
 };
+
+}  // namespace
 
 static bool IsFieldEnd(const char16_t* text, uint32_t i, uint32_t end) {
   return i >= end || IsBlank(text[i]) || text[i] == DateSeparator[0] || text[i] == u'-';

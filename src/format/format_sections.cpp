@@ -39,11 +39,15 @@ static bool BracketIs(const char16_t* text, uint32_t length, const char16_t* nam
   return TextLength(name) == length && CompareTextNoCaseN(text, name, length) == 0;
 }
 
+namespace {
+
 // The comparators, two-character forms first so that "<=" is not read as "<".
 struct ComparatorText {
   const char16_t* text;
   uint8_t comparator;
 };
+
+}  // namespace
 static const ComparatorText comparatorTexts[] = {
     {u"<=", CompareLessEqual}, {u"<>", CompareNotEqual}, {u">=", CompareGreaterEqual},
     {u"<", CompareLess},       {u"=", CompareEqual},     {u">", CompareGreater},

@@ -35,6 +35,8 @@ char16_t TrueText[8] = u"VRAI";
 
 #include "base/text.h"
 
+namespace {
+
 struct LocaleTable {
   const char16_t* dateOrder;
   const char16_t* dateSeparator;
@@ -54,6 +56,8 @@ struct LocaleTable {
   const char16_t* timeLeadingZero;
   int32_t negativeCurrencyMode;
 };
+
+}  // namespace
 
 static const LocaleTable localeTables[] = {
     {u"1",

@@ -18,6 +18,8 @@
 // ---------------------------------------------------------------------------------------------
 // Tokens
 
+namespace {
+
 enum TokenKind : uint8_t {
   TokenLiteral,      // one character printed as it is
   TokenQuoted,       // "..." with doubled quotes
@@ -51,6 +53,8 @@ struct Scanner {
   uint32_t length;
   uint32_t at;
 };
+
+}  // namespace
 
 static bool IsPlaceholder(char16_t c) {
   return c == u'0' || c == u'#' || c == u'?';
@@ -164,6 +168,8 @@ static bool NextToken(Scanner* s, Token* t) {
 // ---------------------------------------------------------------------------------------------
 // The first walk: counts and flags
 
+namespace {
+
 enum Phase : uint8_t { PhaseInteger, PhaseDecimal, PhaseExponent, PhaseDenominator, PhaseAfter };
 
 struct Layout {
@@ -177,6 +183,8 @@ struct Layout {
   int32_t secondDigits;  // zeros of "ss.00"
   bool thousands, scientific, hasPoint, twelveHour, hasDate, numeratorHasQuestion;
 };
+
+}  // namespace
 
 constexpr uint32_t NoSlash = UINT32_MAX;
 
@@ -283,6 +291,8 @@ constexpr uint32_t IntegerTextCapacity = 320;  // 309 digits of the largest doub
 constexpr uint32_t DecimalTextCapacity = 64;   // digits past these are always 0
 constexpr uint32_t SmallTextCapacity = 24;
 
+namespace {
+
 struct Numbers {
   double value;  // after percent and scaling
   char integer[IntegerTextCapacity];
@@ -303,6 +313,8 @@ struct Numbers {
   int64_t subsecond;
   bool pm;
 };
+
+}  // namespace
 
 static const double powersOfTen[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
                                      1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
@@ -577,13 +589,18 @@ static void SettleNumbers(double v, int date1904, const Layout* l, Numbers* n) {
 
 static char16_t output[FormatOutputCapacity];
 
+namespace {
+
 struct Emitter {
   uint32_t length;
   const TextMeasure* measure;
   int32_t availableWidth;
   int32_t fillAt;  // output position of the fill, -1 for none
   char16_t fill;
+  const char16_t* atText;  // what "@" prints when a text goes through its section
 };
+
+}  // namespace
 
 static void Put(Emitter* e, char16_t c) {
   if (e->length + 1 < FormatOutputCapacity) output[e->length++] = c;
@@ -764,6 +781,12 @@ static void PutCurrency(Emitter* e, const char16_t* body, const Token* t) {
   for (uint32_t k = t->start + 2; k < end && body[k] != u'-'; k++) Put(e, body[k]);
 }
 
+// A digit of a denominator written in the code: it shows as written, or as a blank when the
+// value is whole and no fraction is shown.
+static void PutFixedDenominatorDigit(Emitter* e, const Numbers* n, char16_t digit) {
+  Put(e, n->denominatorLength ? digit : u' ');
+}
+
 static void EmitSection(Emitter* e, const char16_t* body, uint32_t length, const Layout* l,
                         const Numbers* n) {
   Scanner s{body, length, 0};
@@ -785,6 +808,11 @@ static void EmitSection(Emitter* e, const char16_t* body, uint32_t length, const
                        false);
           numIndex++;
         } else if (l->slash != NoSlash && t.start > l->slash && t.start < l->denominatorEnd) {
+          if (l->fixedDenominator) {
+            // A written denominator prints as written, its zeros included.
+            PutFixedDenominatorDigit(e, n, body[t.start]);
+            break;
+          }
           // Denominators are left-aligned so that the slashes of a column line up.
           if (denIndex < static_cast<int32_t>(n->denominatorLength)) {
             Put(e, static_cast<char16_t>(n->denominator[denIndex]));
@@ -856,6 +884,10 @@ static void EmitSection(Emitter* e, const char16_t* body, uint32_t length, const
         e->fill = t.c;
         break;
       case TokenAt: {
+        if (e->atText) {
+          PutString(e, e->atText);
+          break;
+        }
         char16_t text[NumberTextCapacity];
         PutText(e, text, ValueNumberText(n->value, 15, text));
         break;
@@ -880,7 +912,10 @@ static void EmitSection(Emitter* e, const char16_t* body, uint32_t length, const
         PutCurrency(e, body, &t);
         break;
       default:
-        Put(e, t.c);
+        if (l->fixedDenominator && t.start > l->slash && t.start < l->denominatorEnd)
+          PutFixedDenominatorDigit(e, n, t.c);
+        else
+          Put(e, t.c);
         break;
     }
   }
@@ -904,7 +939,7 @@ static void Fill(Emitter* e) {
 const char16_t* FormatNumber(double value, const char16_t* code, int date1904,
                              const TextMeasure* measure, int32_t availableWidth,
                              uint8_t* colorOut) {
-  Emitter e{0, measure, availableWidth, -1, 0};
+  Emitter e{0, measure, availableWidth, -1, 0, nullptr};
   if (!std::isfinite(value)) {
     PutText(&e, u"#NUM!", 5);
     output[e.length] = 0;
@@ -935,6 +970,50 @@ const char16_t* FormatNumber(double value, const char16_t* code, int date1904,
   Fill(&e);
   output[e.length] = 0;
   return output;
+}
+
+// Whether a section holds an "@" of its own, outside quotes and escapes.
+static bool SectionHasAt(const FormatSection* section) {
+  Scanner s{section->text, section->length, 0};
+  Token t;
+  while (NextToken(&s, &t))
+    if (t.kind == TokenAt) return true;
+  return false;
+}
+
+const char16_t* FormatText(const char16_t* text, const char16_t* code, uint8_t* colorOut) {
+  FormatSection sections[FormatSectionCount];
+  ParseFormatSections(code, sections);
+  const FormatSection* chosen = nullptr;
+  if (sections[3].kind != SectionAbsent) {
+    chosen = &sections[3];
+  } else {
+    for (uint32_t i = 0; i < 3 && !chosen; i++)
+      if (sections[i].kind != SectionAbsent && SectionHasAt(&sections[i])) chosen = &sections[i];
+  }
+  if (!chosen) return nullptr;
+  Emitter e{0, nullptr, 0, -1, 0, text ? text : u""};
+  if (colorOut && chosen->color != FormatNoColor) *colorOut = chosen->color;
+  Layout layout;
+  CountLayout(chosen->text, chosen->length, &layout);
+  Numbers numbers;
+  SettleNumbers(0, 0, &layout, &numbers);
+  EmitSection(&e, chosen->text, chosen->length, &layout, &numbers);
+  output[e.length] = 0;
+  return output;
+}
+
+bool FormatOutsideCalendar(double value, const char16_t* code, int date1904) {
+  FormatSection sections[FormatSectionCount];
+  ParseFormatSections(code, sections);
+  bool negative = false;
+  int32_t choice = ChooseFormatSection(sections, value, &negative);
+  if (choice < 0) return false;
+  Layout layout;
+  CountLayout(sections[choice].text, sections[choice].length, &layout);
+  if (!layout.hasDate && !layout.twelveHour) return false;
+  double limit = LastDateSerial + 1.0 - (date1904 ? Date1904Offset : 0);
+  return value < 0 || value >= limit;
 }
 
 static int32_t FixedWidth(const TextMeasure* self, const char16_t*, uint32_t length) {

@@ -75,6 +75,14 @@ constexpr uint32_t FormatOutputCapacity = 2048;
 const char16_t* FormatNumber(double value, const char16_t* code, int date1904,
                              const TextMeasure* measure, int32_t availableWidth, uint8_t* colorOut);
 
+// Formats a text through the code's text section: the fourth section, or else the first that
+// holds an "@", which the text takes the place of. Null when the code has none, and the text then
+// stands as it is. Same buffer as FormatNumber.
+const char16_t* FormatText(const char16_t* text, const char16_t* code, uint8_t* colorOut);
+// True when the section the value prints through shows a date or a time and the value lies
+// outside the calendar (below 0, or past 31 December 9999): such a value has no text, and a cell
+// showing it is filled with "#".
+bool FormatOutsideCalendar(double value, const char16_t* code, int date1904);
 // The locale's form of the number format at `index` in the workbook's table: the short date and
 // the time codes of the regional settings for the built-in date and time formats, and the locale's
 // currency symbol and negative form for the built-in currency and accounting formats. Fills the

@@ -16,6 +16,7 @@
 
 #include "base/alloc.h"
 #include "base/bytes.h"
+#include "base/check.h"
 #include "base/text.h"
 #include "formula/operators.h"
 #include "model/hooks.h"
@@ -35,6 +36,8 @@ constexpr uint8_t FuncVarValueClass = (ptgFuncVar & 0x1F) | ClassValue;
 // Depth of names being evaluated inside one another; see MaxNameNesting.
 static int nameDepth;
 
+namespace {
+
 struct Machine {
   const uint8_t* bytes;
   uint32_t length;    // end of the tokens
@@ -45,8 +48,11 @@ struct Machine {
   uint32_t capacity;
   Value* slots;
   int lostMemory;  // a push failed: the evaluation ends with #N/A
+  bool sound;      // the tokens pass ValidateTokens, so the stack never runs dry (debug builds)
   Value abortSignal;
 };
+
+}  // namespace
 
 // Pushes `v`, which the stack then owns; when the stack cannot grow, `v` is released and the
 // evaluation is marked to end.
@@ -59,14 +65,17 @@ static void Push(Machine* m, Value v) {
   m->slots[m->count++] = v;
 }
 
-// The top value, handed over to the caller; a missing operand reads as #VALUE!.
+// The top value, handed over to the caller; a missing operand of an unsound string reads as
+// #VALUE!.
 static Value Pop(Machine* m) {
+  DEBUG_ASSERT(m->count || !m->sound);
   if (m->count == 0) return ErrorValue(ErrValue);
   return m->slots[--m->count];
 }
 
 // The top slot, which stays on the stack; a #VALUE! is pushed first if the stack is empty.
 static Value* Top(Machine* m) {
+  DEBUG_ASSERT(m->count || !m->sound);
   if (m->count == 0) Push(m, ErrorValue(ErrValue));
   return m->count ? &m->slots[m->count - 1] : nullptr;
 }
@@ -93,21 +102,9 @@ static void CheckFinite(Machine* m) {
   }
 }
 
-// The position behind the token at `p`, or 0 when the token would run past the tokens. The
-// evaluator reads ptgMemNoMem as six operand bytes, unlike the length table.
+// The evaluator steps over ptgMemNoMem by six operand bytes.
 static uint32_t TokenEnd(const uint8_t* b, uint32_t p, uint32_t length) {
-  uint8_t base = FoldOpcode(b[p]);
-  uint32_t end;
-  if (base == ptgMemNoMem) {
-    end = p + 7;
-  } else if (TokenLength[base] != 255) {
-    end = p + 1 + TokenLength[base];
-  } else {
-    uint32_t header = base == ptgStr ? 3 : base == ptgAttr ? 4 : 2;
-    if (p + header > length) return 0;
-    end = SkipVariableToken(b, p) + 1;
-  }
-  return end <= length ? end : 0;
+  return CheckedTokenEnd(b, p, length, MemNoMemAsEvaluated);
 }
 
 // --- Constants -----------------------------------------------------------------------------
@@ -284,10 +281,8 @@ static Value MemAreaList(Machine* m) {
   }
   m->extra = at + 8 * count;
   const EvalContext* ctx = m->ctx;
-  LinkRequest request{ctx->book, ctx->book, static_cast<int32_t>(ctx->sheet),
-                      static_cast<int32_t>(ctx->sheet)};
   int32_t link;
-  if (!FindOrAddLink(&request, &link)) return ErrorValue(ErrNA);
+  if (!ContextSheetLink(ctx, &link)) return ErrorValue(ErrNA);
   auto* block = static_cast<RefBlock*>(Allocate(sizeof(RefBlock) + count * sizeof(Range)));
   if (!block) return ErrorValue(ErrNA);
   block->count = static_cast<uint16_t>(count);
@@ -583,31 +578,27 @@ static uint32_t SumArea(uint32_t book, uint32_t sheet, const Range* area, double
   return UINT32_MAX;
 }
 
+namespace {
+
+struct ListSum {
+  double sum;
+  uint32_t error;
+};
+
+}  // namespace
+
+static int SumAreaVisit(uint32_t book, uint32_t sheet, const Range* area, void* state) {
+  auto* s = static_cast<ListSum*>(state);
+  s->error = SumArea(book, sheet, area, &s->sum);
+  return s->error == UINT32_MAX;
+}
+
 void SumRefList(const Value* list, Value* result, const EvalContext* ctx) {
-  ResolvedLink link{};
-  link.fromBook = ctx->book;
-  if (!list->refs || !ResolveLink(list->linkIndex, &link) || link.firstSheet < 0 ||
-      link.lastSheet < link.firstSheet) {
-    *result = ErrorValue(ErrRef);
-    return;
-  }
-  double sum = 0;
-  for (int32_t s = link.firstSheet; s <= link.lastSheet; s++) {
-    const Workbook* wb = GetWorkbook(link.book);
-    if (static_cast<uint32_t>(s) >= wb->sheetCount) {
-      *result = ErrorValue(ErrRef);
-      return;
-    }
-    if (!SheetHasCells(wb->sheets[s])) continue;
-    for (uint32_t a = 0; a < list->refs->count; a++) {
-      uint32_t error = SumArea(link.book, static_cast<uint32_t>(s), &list->refs->areas[a], &sum);
-      if (error != UINT32_MAX) {
-        *result = ErrorValue(error);
-        return;
-      }
-    }
-  }
-  *result = NumberValue(sum);
+  ReferenceTarget target;
+  uint32_t error = LocateReference(list, ctx, &target);
+  ListSum s{0, UINT32_MAX};
+  if (error == ReferenceFound && !WalkReferenceTarget(&target, SumAreaVisit, &s)) error = s.error;
+  *result = error == ReferenceFound ? NumberValue(s.sum) : ErrorValue(error);
 }
 
 static void OneArgumentSum(Machine* m) {
@@ -1051,6 +1042,10 @@ int Evaluate(const FormulaTokens* tokens, Value* result, const EvalContext* ctx)
   m.extra = tokens->length;
   m.extraEnd = static_cast<uint32_t>(tokens->length) + tokens->extraLength;
   m.ctx = ctx;
+#ifndef NDEBUG
+  // Strings from the parser and from checked files are sound; tests also run broken ones.
+  m.sound = ValidateTokens(tokens, TokensForCell, nullptr) != 0;
+#endif
   uint32_t position = 0;
   while (position < m.length && !m.lostMemory) {
     uint32_t end = TokenEnd(m.bytes, position, m.length);
@@ -1070,6 +1065,7 @@ int Evaluate(const FormulaTokens* tokens, Value* result, const EvalContext* ctx)
     if (next > end) SkipExtraBetween(&m, end, next);
     position = next;
   }
+  DEBUG_ASSERT(m.lostMemory || m.count == 1 || !m.sound);
   if (m.lostMemory)
     *result = ErrorValue(ErrNA);
   else if (m.count)
@@ -1085,19 +1081,11 @@ int Evaluate(const FormulaTokens* tokens, Value* result, const EvalContext* ctx)
 // The book, sheet and first area a reference result stands on; 0 for anything else.
 static int LocateResult(const Value* v, const EvalContext* ctx, uint32_t* book, uint32_t* sheet,
                         Range* area) {
-  if (v->tag == ValueRef) {
-    *book = ctx->book;
-    *sheet = ctx->sheet;
-    *area = v->ref;
-    return 1;
-  }
-  if (v->tag != ValueRefList || !v->refs || v->refs->count < 1) return 0;
-  ResolvedLink link{};
-  link.fromBook = ctx->book;
-  if (!ResolveLink(v->linkIndex, &link) || link.firstSheet < 0) return 0;
-  *book = link.book;
-  *sheet = static_cast<uint32_t>(link.firstSheet);
-  *area = v->refs->areas[0];
+  ReferenceTarget t;
+  if (LocateReference(v, ctx, &t) != ReferenceFound) return 0;
+  *book = t.book;
+  *sheet = t.firstSheet;
+  *area = t.areas[0];
   return 1;
 }
 

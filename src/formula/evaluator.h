@@ -24,7 +24,7 @@ void CallFunction(Value* args, int argCount, Value* result, FunctionHandler hand
 int EvaluateToReference(uint32_t book, uint32_t sheet, const FormulaTokens* tokens,
                         uint32_t* sheetOut, Range* rangeOut, int32_t row, int32_t col);
 
-// 1 when a macro is running and `ctx` is its current cell.
+// 1 when a macro is running and `ctx` is its current cell; 0 until the macro interpreter exists.
 int IsRunningCell(const EvalContext* ctx);
 
 // Sums every area of a reference list over every sheet of its link; the first error found, or

@@ -21,6 +21,8 @@
 
 // --- A text buffer that grows, or cuts at a fixed capacity ---------------------------------
 
+namespace {
+
 struct TextBuffer {
   char16_t* text;
   uint32_t length;
@@ -28,6 +30,8 @@ struct TextBuffer {
   int growable;
   int failed;  // memory ran out: every later write is dropped
 };
+
+}  // namespace
 
 // Room for `more` characters and the terminator; a fixed buffer gives what it has.
 static uint32_t Room(TextBuffer* out, uint32_t more) {
@@ -77,6 +81,8 @@ static void InsertAt(TextBuffer* out, uint32_t at, const char16_t* s, uint32_t n
 
 // --- Qualifiers ------------------------------------------------------------------------------
 
+namespace {
+
 // What stands before "!": an encoded book path, the sheet names, or "#REF" for a sheet that is
 // gone. The book is bracketed when a sheet follows it, and bare for a book-level name.
 struct Qualifier {
@@ -85,6 +91,8 @@ struct Qualifier {
   const char16_t* last;  // null or the same as first for one sheet
   bool deleted;
 };
+
+}  // namespace
 
 // In an encoded path character 1 only introduces it, character 2 in its place stands for the
 // root of drive C, and character 3 is the directory separator.
@@ -182,6 +190,8 @@ uint32_t ExternSheetText(uint32_t book, int32_t link, char16_t* out, uint32_t ca
 
 // --- The printer -----------------------------------------------------------------------------
 
+namespace {
+
 struct Printer {
   TextBuffer out;
   uint32_t* starts;  // where each open operand begins in `out`
@@ -192,6 +202,8 @@ struct Printer {
   uint32_t extra;  // cursor in the extra data, which the array and area-list tokens share
   uint32_t extraEnd;
 };
+
+}  // namespace
 
 static void Push(Printer* pr) {
   if (!GrowArray(&pr->starts, &pr->stackCapacity, pr->depth + 1, 32)) {
@@ -394,6 +406,8 @@ static void ExternalNameToken(Printer* pr, int32_t link, uint32_t index) {
   AppendText(&pr->out, text);
 }
 
+namespace {
+
 struct PrintStyle {
   int a1;
   uint16_t baseRow;  // the cell of ptgRefN and ptgAreaN
@@ -401,6 +415,8 @@ struct PrintStyle {
   uint16_t rowOffset;  // what relative R1C1 references count from
   uint8_t columnOffset;
 };
+
+}  // namespace
 
 // A cell's four bytes: row, column, flags. `offsets` adds the base cell to relative parts.
 static void CellToken(Printer* pr, const uint8_t* a, bool offsets, const PrintStyle* style) {
@@ -439,15 +455,9 @@ static void AreaToken(Printer* pr, const uint8_t* a, bool offsets, const PrintSt
   if (text) AppendText(&pr->out, text);
 }
 
-// Position behind the token at `p`, or 0 when it runs past the tokens.
+// The printer steps over ptgMemNoMem as the length table does.
 static uint32_t TokenEnd(const uint8_t* b, uint32_t p, uint32_t length) {
-  uint8_t base = FoldOpcode(b[p]);
-  uint32_t size = TokenLength[base];
-  if (size != 255) return p + 1 + size <= length ? p + 1 + size : 0;
-  uint32_t header = base == ptgStr ? 3 : base == ptgAttr ? 4 : 2;
-  if (p + header > length) return 0;
-  uint32_t end = NextTokenPosition(b, p);
-  return end <= length ? end : 0;
+  return CheckedTokenEnd(b, p, length, MemNoMemAsTable);
 }
 
 static const char16_t* const OperatorTexts[] = {

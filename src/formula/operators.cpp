@@ -14,7 +14,11 @@
 #include "formula/tokens.h"
 #include "model/names.h"
 
+namespace {
+
 enum OperandKind { OperandScalar, OperandError, OperandArray };
+
+}  // namespace
 
 static OperandKind KindOf(const Value* v) {
   if (v->tag == ValueError) return OperandError;
@@ -384,6 +388,8 @@ void PercentOperator(Value* v, const EvalContext* ctx) {
   UnaryOperator(v, false, ctx);
 }
 
+namespace {
+
 // Where a reference list stands: its workbook and span of sheets. 0 when the link does not
 // resolve to real sheets.
 struct ListSite {
@@ -391,6 +397,8 @@ struct ListSite {
   int32_t firstSheet;
   int32_t lastSheet;
 };
+
+}  // namespace
 
 static int ResolveListSite(const Value* list, const EvalContext* ctx, ListSite* site) {
   ResolvedLink link{};
@@ -521,11 +529,9 @@ void UnionOperator(Value* left, Value* right, const EvalContext* ctx) {
     return;
   }
   if (left->tag == ValueRef && right->tag == ValueRef) {
-    LinkRequest request{ctx->book, ctx->book, static_cast<int32_t>(ctx->sheet),
-                        static_cast<int32_t>(ctx->sheet)};
     int32_t link;
     RefBlock* block = nullptr;
-    if (FindOrAddLink(&request, &link)) block = JoinAreas(&left->ref, 1, &right->ref, 1);
+    if (ContextSheetLink(ctx, &link)) block = JoinAreas(&left->ref, 1, &right->ref, 1);
     if (!block) {
       *left = ErrorValue(ErrNA);
       return;

@@ -24,10 +24,6 @@
 const char CalleeArguments[] = "rrrrrrrrrrrrrrrrrrrrrrrrrrrrr";
 static_assert(sizeof CalleeArguments == 30, "a callee takes up to 29 arguments");
 
-// The functions whose result may change with no change to their arguments: a formula that calls
-// one is marked volatile so that every recalculation runs it.
-static const uint16_t VolatileFunctions[] = {125, 148, 244, 74, 78, 63, 221};
-
 int32_t SkipBlanks(const char16_t* text, int32_t p, int32_t end) {
   while (p < end && IsBlank(text[p])) p++;
   return p;
@@ -168,8 +164,22 @@ static bool IsWord(const char16_t* text, int32_t length, const char16_t* word) {
          CompareTextNoCaseN(text, word, static_cast<uint32_t>(length)) == 0;
 }
 
+bool MatchBooleanLiteral(const char16_t* text, int32_t length, bool* value) {
+  if (IsWord(text, length, TrueText)) {
+    *value = true;
+    return true;
+  }
+  if (IsWord(text, length, FalseText)) {
+    *value = false;
+    return true;
+  }
+  return false;
+}
+
 // ----------------------------------------------------------------------------------------------
 // The scan
+
+namespace {
 
 struct Identifier {
   int32_t stop;  // index behind it, -1 when the text holds none
@@ -177,6 +187,8 @@ struct Identifier {
   int32_t nameStart;
   int32_t nameLength;
 };
+
+}  // namespace
 
 // Out of line so that the qualifier buffers of a NameToken (about a kilobyte) never sit in the
 // frames of the recursive scan.
@@ -308,7 +320,7 @@ static int32_t SkipOperand(const ParseContext* ctx, const char16_t* text, int32_
   p = SkipBlanks(text, p, end);
   while (p < end && IsSign(text[p])) p++;
   if (p >= end) return end;
-  ScanState state{0, 0, 1};
+  ScanState state{.depth = 0, .tooDeep = 0, .lookAhead = 1};
   int32_t q = ScanOperand(ctx, &state, text, p, end, nullptr);
   if (q <= p) return -1;
   return OperatorAfterBlanks(text, q, end);
@@ -600,12 +612,16 @@ static bool EmitAddInName(Emitter* e, const FunctionEntry* entry) {
   return EmitNameX(e, ClassReference, link, index);
 }
 
+namespace {
+
 struct CallHead {
   int32_t stop;  // behind the identifier; -1 when there is none
   int call;      // "(" follows
   const FunctionEntry* entry;
   int isAddIn;
 };
+
+}  // namespace
 
 // Reads an identifier and emits what stands for it before any argument: a boolean, a name, the
 // add-in's name, or nothing for a built-in function. Out of line for the same reason as
@@ -623,9 +639,9 @@ struct CallHead {
     head->entry = FindFunctionByName(name, static_cast<uint32_t>(token.nameLength), &head->isAddIn);
   if (head->entry) return !head->isAddIn || EmitAddInName(e, head->entry);
   if (!head->call && !token.qualified) {
-    bool isFalse = IsWord(name, token.nameLength, u"FAUX");
-    if (isFalse || IsWord(name, token.nameLength, u"VRAI")) {
-      uint8_t b[2] = {ptgBool, static_cast<uint8_t>(!isFalse)};
+    bool value;
+    if (MatchBooleanLiteral(name, token.nameLength, &value)) {
+      uint8_t b[2] = {ptgBool, static_cast<uint8_t>(value)};
       return EmitBytes(e, b, 2);
     }
   }
@@ -793,8 +809,9 @@ CompileStatus CompileFormula(const ParseContext* ctx, const char16_t* text, Clas
   int32_t start = length > 1 && text[0] == u'=' ? SkipBlanks(text, 1, length) : 0;
   if (ParseExpression(e, start, length, rootClass) >= 0 && e->status == CompileOk) {
     FormulaTokens view{static_cast<uint16_t>(e->length), 0, e->tokens};
-    if (TokensCallFunction(&view, VolatileFunctions,
-                           sizeof VolatileFunctions / sizeof VolatileFunctions[0])) {
+    // A formula that calls a volatile function carries the mark in front, so that a reader of
+    // the saved file recalculates it.
+    if (TokensCallFunctionWith(&view, FunctionVolatile)) {
       if (e->length + 4 > MaxTokenBytes) {
         Fail(e, CompileTooLong);
       } else {

@@ -18,6 +18,11 @@ enum ClassCode : char {
   ClassCodeRefOrValue = 'W',  // reference or value
 };
 
+// Values of ParseContext's flags, named for the calls that fill one in order.
+enum : int { R1C1Style = 0, A1Style = 1 };
+enum : int { ReferencesAsWritten = 0, ReferencesAsOffsets = 1 };
+enum : int { SingleCellFormula = 0, ArrayOfCellsFormula = 1 };
+
 struct ParseContext {
   uint32_t book;
   uint32_t sheet;    // decides which names and sheets are visible; its active cell is the base

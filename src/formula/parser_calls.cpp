@@ -68,22 +68,11 @@ static char ArgumentClass(char letter, char parent, int arrayFormula, int isAddI
   }
 }
 
-static bool InList(uint32_t number, const uint16_t* list, uint32_t count) {
-  for (uint32_t i = 0; i < count; i++)
-    if (list[i] == number) return true;
-  return false;
-}
-
-// Functions whose result may be a reference, which keep the reference class where one is
-// welcome; and, among the variable ones, two that give an array there instead.
-static const uint16_t FixedReferenceFunctions[] = {79, 94, 89, 257, 1, 95};
-static const uint16_t VariableReferenceFunctions[] = {150, 100, 1, 29, 148, 78, 147};
-static const uint16_t VariableArrayFunctions[] = {93, 166};
-
-static uint8_t FunctionClassBits(char cls, uint32_t number, bool fixed, int arrayFormula) {
-  bool listed = fixed ? InList(number, FixedReferenceFunctions, 6)
-                      : InList(number, VariableReferenceFunctions, 7);
-  bool arrayListed = !fixed && InList(number, VariableArrayFunctions, 2);
+// Functions whose result may be a reference keep the reference class where one is welcome; a few
+// give an array there instead.
+static uint8_t FunctionClassBits(char cls, uint8_t flags, int arrayFormula) {
+  bool listed = (flags & FunctionGivesReference) != 0;
+  bool arrayListed = (flags & FunctionArrayForReference) != 0;
   uint8_t valueOrArray = arrayFormula ? ClassArray : ClassValue;
   switch (cls) {
     case ClassCodeReference:
@@ -103,6 +92,8 @@ static uint8_t FunctionClassBits(char cls, uint32_t number, bool fixed, int arra
   }
 }
 
+namespace {
+
 // Positions of the jump tokens of the call being parsed.
 struct Jumps {
   uint32_t ifWord;     // SI: the offset word of tAttrIf
@@ -110,6 +101,8 @@ struct Jumps {
   uint32_t countWord;  // CHOISIR: the case count, which the jump table follows
   uint32_t slots;      // CHOISIR: slots in the table so far
 };
+
+}  // namespace
 
 // A ptgAttr of `kind` with an offset to be filled in; *word gets the offset's position.
 static bool EmitAttr(Emitter* e, uint8_t kind, uint32_t* word) {
@@ -193,9 +186,8 @@ static bool EmitCallToken(Emitter* e, const FunctionEntry* entry, int isAddIn, u
     return EmitAttr(e, AttrSum, &word);
   }
   bool fixed = number < 0x8000 && AllRequired(entry->args);
-  uint8_t opcode =
-      static_cast<uint8_t>(((fixed ? ptgFunc : ptgFuncVar) & 0x1F) |
-                           FunctionClassBits(cls, number, fixed, e->ctx->arrayFormula));
+  uint8_t opcode = static_cast<uint8_t>(((fixed ? ptgFunc : ptgFuncVar) & 0x1F) |
+                                        FunctionClassBits(cls, entry->flags, e->ctx->arrayFormula));
   uint8_t b[4] = {opcode};
   uint32_t n = 1;
   if (!fixed) b[n++] = static_cast<uint8_t>(argc);
@@ -219,7 +211,7 @@ int32_t ParseCall(Emitter* e, const FunctionEntry* entry, int isAddIn, int32_t p
     p++;
   } else {
     for (;;) {
-      ScanState state{0, 0, 1};
+      ScanState state{.depth = 0, .tooDeep = 0, .lookAhead = 1};
       int32_t q = ScanExpressionAt(ctx, &state, text, p, end, 0, nullptr);
       if (q < 0 || q >= end) return Refuse(e, CompileSyntaxError);
       char letter = argc < letters ? args[argc] : 0;
@@ -297,10 +289,10 @@ static bool EmitElement(Emitter* e, int32_t s, int32_t t) {
   while (t > s && IsBlank(text[t - 1])) t--;
   int32_t n = t - s;
   uint8_t b[9] = {0};
-  bool isTrue = n == 4 && CompareTextNoCaseN(text + s, u"VRAI", 4) == 0;
-  if (isTrue || (n == 4 && CompareTextNoCaseN(text + s, u"FAUX", 4) == 0)) {
+  bool value;
+  if (MatchBooleanLiteral(text + s, n, &value)) {
     b[0] = ValueBoolean;
-    b[1] = isTrue;
+    b[1] = value;
     return EmitExtra(e, b, 9);
   }
   uint32_t code;

@@ -44,6 +44,9 @@ int32_t SkipBlanks(const char16_t* text, int32_t p, int32_t end);
 // The length of the error literal at text[p] (the text upper-cased) and its error code; 0 when
 // none of the seven matches.
 int32_t MatchErrorLiteral(const char16_t* text, int32_t p, int32_t end, uint32_t* code);
+// True when the `length` characters at `text` are the locale's true or false text, ignoring
+// case; *value tells which.
+bool MatchBooleanLiteral(const char16_t* text, int32_t length, bool* value);
 
 // ScanExpression with the nesting count of the enclosing scan.
 int32_t ScanExpressionAt(const ParseContext* ctx, ScanState* state, const char16_t* text,

@@ -9,9 +9,11 @@
 
 #include "base/alloc.h"
 #include "base/bytes.h"
+#include "base/check.h"
 #include "base/text.h"
 #include "format/number_format.h"
 #include "formula/evaluator.h"
+#include "functions/table.h"
 #include "model/workbook.h"
 
 static InvalidateRangeHook invalidateRangeHook;
@@ -35,23 +37,10 @@ static bool IsWorksheet(uint32_t book, uint32_t sheet) {
 // ---------------------------------------------------------------------------------------------
 // Precedents
 
-// Functions whose result can change without any cell they name changing. Both token forms are
-// checked against the whole list, since a file may write either form for any of them.
-static const uint16_t volatileFunctionIds[] = {
-    63,   // ALEA
-    74,   // MAINTENANT
-    221,  // AUJOURDHUI
-    244,  // INFO
-    78,   // DECALER
-    125,  // CELLULE
-    148,  // INDIRECT
-    344,  // SOUS.TOTAL
-};
-
+// Functions whose result can change without any cell they name changing, whichever token form
+// a file wrote for them.
 static bool IsVolatileFunction(uint16_t id) {
-  for (uint16_t v : volatileFunctionIds)
-    if (v == id) return true;
-  return false;
+  return (FunctionFlagsByNumber(id) & (FunctionVolatile | FunctionAlwaysRecalc)) != 0;
 }
 
 static int AddPrecedent(Cell* cell, int32_t linkIndex, const Range& range) {
@@ -169,6 +158,8 @@ static bool ResolvePrecedent(uint32_t book, uint32_t sheet, int32_t linkIndex, u
 // ---------------------------------------------------------------------------------------------
 // Calculation
 
+namespace {
+
 // One cell on the calculation stack, with the precedent whose cells are being walked. The walk
 // position is an index into the walked sheet's cell array, so that the walk can resume after a
 // child cell has been calculated.
@@ -184,7 +175,11 @@ struct CalcFrame {
   int32_t walkSheet;  // sheet now being walked; -1 while no precedent is open
   uint32_t position;  // next index in that sheet's cell array; NoPosition before the first
 };
+
+}  // namespace
 static_assert(sizeof(CalcFrame) == 48, "calculation frames are 48 bytes");
+
+namespace {
 
 // A range whose cells are known to be clean for the rest of one CalculateCell call.
 struct VisitedRange {
@@ -193,9 +188,13 @@ struct VisitedRange {
   int32_t lastSheet;
   Range range;
 };
+
+}  // namespace
 static_assert(sizeof(VisitedRange) == 20, "visited entries are 20 bytes");
 
 constexpr uint32_t NoPosition = UINT32_MAX;
+
+namespace {
 
 struct CalcWalk {
   CalcFrame* frames;
@@ -206,6 +205,8 @@ struct CalcWalk {
   uint32_t visitedCapacity;
 };
 
+}  // namespace
+
 static void FreeCalcWalk(CalcWalk* walk) {
   Release(walk->frames);
   Release(walk->visited);
@@ -214,8 +215,8 @@ static void FreeCalcWalk(CalcWalk* walk) {
 // The stack doubles rather than growing a frame at a time: a chain of 65,536 cells would
 // otherwise copy the whole stack on every push.
 static int PushCalcFrame(CalcWalk* walk, uint32_t book, uint32_t sheet, Cell* cell) {
-  uint32_t step = walk->frameCapacity ? walk->frameCapacity : 16;
-  if (!GrowArray(&walk->frames, &walk->frameCapacity, walk->frameCount + 1, step)) return 0;
+  DEBUG_ASSERT(cell && cell->formula.bytes);
+  if (!GrowArrayByDoubling(&walk->frames, &walk->frameCapacity, walk->frameCount + 1, 16)) return 0;
   CalcFrame* f = &walk->frames[walk->frameCount++];
   *f = CalcFrame{};
   f->cell = cell;
@@ -240,8 +241,8 @@ static bool AlreadyVisited(const CalcWalk* walk, const CalcFrame* f) {
 
 // A range that cannot be recorded is only walked again, so lost memory is not an error here.
 static void RecordVisited(CalcWalk* walk, const CalcFrame* f) {
-  uint32_t step = walk->visitedCapacity ? walk->visitedCapacity : 16;
-  if (!GrowArray(&walk->visited, &walk->visitedCapacity, walk->visitedCount + 1, step)) return;
+  if (!GrowArrayByDoubling(&walk->visited, &walk->visitedCapacity, walk->visitedCount + 1, 16))
+    return;
   walk->visited[walk->visitedCount++] =
       VisitedRange{f->targetBook, f->firstSheet, f->lastSheet, f->range};
 }
@@ -376,12 +377,18 @@ static int CalculateOutermost(uint32_t book, uint32_t sheet, Cell* cell) {
 // reverse index of all precedents, built once for the call, after which each changed range is a
 // handful of binary searches.
 
+namespace {
+
 struct DirtyFrame {
   uint32_t book;
   uint32_t sheet;
   Range range;
 };
+
+}  // namespace
 static_assert(sizeof(DirtyFrame) == 16, "marking frames are 16 bytes");
+
+namespace {
 
 // One precedent of a formula cell, on one sheet of its span, filed under a key that sorts by
 // book, sheet, height class (the power of two below the height), column block of 16 columns,
@@ -395,12 +402,16 @@ struct ReaderEntry {
   Range range;
 };
 
+}  // namespace
+
 constexpr uint32_t HeightClasses = 17;
 constexpr uint32_t ColumnBlockShift = 4;
 // Changed ranges that one scan checks each formula against.
 constexpr uint32_t ScanBatch = 32;
 // Scans made before the index is built.
 constexpr uint32_t PlainScanLimit = 4;
+
+namespace {
 
 struct CachedLink {
   uint8_t known;
@@ -434,6 +445,8 @@ struct Marking {
   LinkCache* caches;
   uint32_t cacheBooks;
 };
+
+}  // namespace
 
 static void FreeReaderIndex(Marking* m) {
   Release(m->entries);
@@ -498,8 +511,7 @@ static void MarkAndQueue(Marking* m, uint32_t book, uint32_t sheet, Cell* cell) 
   DirtyFrame f{book, sheet, Range{cell->row, cell->row, cell->col, cell->col}};
   InvalidateIfShown(book, sheet, &f.range);
   if (m->scanning && m->batchCount < ScanBatch) AddToBatch(m, f);
-  uint32_t step = m->frameCapacity ? m->frameCapacity : 16;
-  if (!GrowArray(&m->frames, &m->frameCapacity, m->frameCount + 1, step)) return;
+  if (!GrowArrayByDoubling(&m->frames, &m->frameCapacity, m->frameCount + 1, 16)) return;
   m->frames[m->frameCount++] = f;
 }
 
@@ -567,8 +579,7 @@ static uint64_t ReaderKey(uint32_t book, uint32_t sheet, uint32_t heightClass, u
 }
 
 static int AddReaderEntry(Marking* m, const ReaderEntry& e) {
-  uint32_t step = m->entryCapacity ? m->entryCapacity : 1024;
-  if (!GrowArray(&m->entries, &m->entryCapacity, m->entryCount + 1, step)) return 0;
+  if (!GrowArrayByDoubling(&m->entries, &m->entryCapacity, m->entryCount + 1, 1024)) return 0;
   m->entries[m->entryCount++] = e;
   return 1;
 }
@@ -627,30 +638,58 @@ static void QueryReaderIndex(Marking* m, const DirtyFrame& frame) {
   }
 }
 
+static void BeginMarking(Marking* m) {
+  *m = Marking{};
+  m->caches = static_cast<LinkCache*>(Allocate(App.workbookCount * sizeof(LinkCache)));
+  if (m->caches) m->cacheBooks = App.workbookCount;
+}
+
+// Finds the readers of every queued range until none is left, then releases the marking.
+static void FinishMarking(Marking* m) {
+  while (m->frameCount) {
+    if (m->indexState == 0 && m->scans >= PlainScanLimit) {
+      m->indexState = BuildReaderIndex(m) ? 1 : -1;
+      if (m->indexState < 0) FreeReaderIndex(m);
+    }
+    if (m->indexState == 1) {
+      DirtyFrame frame = m->frames[--m->frameCount];
+      QueryReaderIndex(m, frame);
+      continue;
+    }
+    m->batchCount = 0;
+    while (m->frameCount && m->batchCount < ScanBatch) AddToBatch(m, m->frames[--m->frameCount]);
+    ScanForReaders(m);
+  }
+  FreeMarking(m);
+}
+
 void PropagateDirty(uint32_t book, uint32_t sheet, const Range* range) {
-  Marking m{};
-  m.caches = static_cast<LinkCache*>(Allocate(App.workbookCount * sizeof(LinkCache)));
-  if (m.caches) m.cacheBooks = App.workbookCount;
+  Marking m;
+  BeginMarking(&m);
   InvalidateIfShown(book, sheet, range);
   // The first range is always scanned, which marks every volatile cell, so the index never has
   // to know about them.
   AddToBatch(&m, DirtyFrame{book, sheet, *range});
   ScanForReaders(&m);
-  while (m.frameCount) {
-    if (m.indexState == 0 && m.scans >= PlainScanLimit) {
-      m.indexState = BuildReaderIndex(&m) ? 1 : -1;
-      if (m.indexState < 0) FreeReaderIndex(&m);
+  FinishMarking(&m);
+}
+
+void MarkReadersOfDirtyFormulas(uint32_t book) {
+  Marking m;
+  BeginMarking(&m);
+  const Workbook* wb = GetWorkbook(book);
+  for (uint32_t s = 0; s < wb->sheetCount; s++) {
+    const Sheet* sh = GetSheet(book, s);
+    if (sh->kind != SheetWorksheet) continue;
+    for (uint32_t i = 0; i < sh->cells.count; i++) {
+      const Cell* c = sh->cells.cells[i];
+      if (!c->formula.bytes || c->state != CellDirty) continue;
+      uint32_t step = m.frameCapacity ? m.frameCapacity : 16;
+      if (!GrowArray(&m.frames, &m.frameCapacity, m.frameCount + 1, step)) break;
+      m.frames[m.frameCount++] = DirtyFrame{book, s, Range{c->row, c->row, c->col, c->col}};
     }
-    if (m.indexState == 1) {
-      DirtyFrame frame = m.frames[--m.frameCount];
-      QueryReaderIndex(&m, frame);
-      continue;
-    }
-    m.batchCount = 0;
-    while (m.frameCount && m.batchCount < ScanBatch) AddToBatch(&m, m.frames[--m.frameCount]);
-    ScanForReaders(&m);
   }
-  FreeMarking(&m);
+  FinishMarking(&m);
 }
 
 void MarkDependents(uint32_t book, uint32_t sheet, Cell* cell, int markSelf) {
@@ -689,8 +728,20 @@ void RecalculateWorkbook() {
 // ---------------------------------------------------------------------------------------------
 // Display text
 
-// The text of a value in the General style: booleans and errors by name, numbers in 15
-// significant digits. The number format engine takes over here once it exists.
+// A number with no text under its format (a date outside the calendar) shows as "#" across the
+// cell's width, or as one "#" where no width is known.
+static char16_t* HashFill(const TextMeasure* measure, int32_t availableWidth) {
+  int32_t each = measure ? measure->width(measure, u"#", 1) : 0;
+  uint32_t count =
+      each > 0 && availableWidth > each ? static_cast<uint32_t>(availableWidth / each) : 1;
+  if (count > FormatOutputCapacity - 1) count = FormatOutputCapacity - 1;
+  auto* text = static_cast<char16_t*>(Allocate((count + 1) * sizeof(char16_t)));
+  if (!text) return nullptr;
+  for (uint32_t i = 0; i < count; i++) text[i] = u'#';
+  text[count] = 0;
+  return text;
+}
+
 // The text a cell shows. Texts show as they are, booleans and errors by their names, and numbers
 // through the cell's number format.
 static char16_t* DisplayText(uint32_t book, uint32_t sheet, Cell* cell, const TextMeasure* measure,
@@ -701,6 +752,8 @@ static char16_t* DisplayText(uint32_t book, uint32_t sheet, Cell* cell, const Te
   if (cell->value.tag == ValueNumber) {
     uint8_t color = FormatNoColor;
     const char16_t* code = FormatCodeAt(book, xf ? xf->numberFormat : 0);
+    if (FormatOutsideCalendar(cell->value.number, code, wb->date1904))
+      return HashFill(measure, availableWidth);
     const char16_t* text =
         FormatNumber(cell->value.number, code, wb->date1904, measure, availableWidth, &color);
     if (color != FormatNoColor) cell->textColor = color;

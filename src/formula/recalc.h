@@ -13,11 +13,15 @@
 
 // Marks everything that reads `range` of (book, sheet) dirty, transitively.
 void PropagateDirty(uint32_t book, uint32_t sheet, const Range* range);
-// Marks every volatile formula cell of the current workbook's worksheets dirty.
+// Marks the readers of every dirty formula of `book`'s worksheets, transitively, in one marking:
+// the end of a load, where many cells may start dirty at once.
+void MarkReadersOfDirtyFormulas(uint32_t book);
+// Marks every volatile formula cell of the current workbook's worksheets dirty, with the cells
+// that read them.
 void RefreshVolatiles();
 // Marks every formula cell of one sheet of the current workbook dirty, without scanning.
 void DirtySheet(uint32_t sheet);
-// DirtySheet on each worksheet of the current workbook.
+// DirtySheet on each worksheet of the current workbook, then a repaint of the sheet on show.
 void RecalculateWorkbook();
 // Calculates the cell if needed and makes its display text; the state becomes CellShown. A number
 // prints through the number format of the cell's Xf, whose colour section, if any, sets

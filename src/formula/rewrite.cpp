@@ -11,6 +11,7 @@
 #include "base/alloc.h"
 #include "base/bytes.h"
 #include "formula/recalc.h"
+#include "functions/table.h"
 #include "model/hooks.h"
 #include "model/names.h"
 #include "model/workbook.h"
@@ -101,13 +102,7 @@ void AdjustReference(const Range* source, int32_t rowDelta, int32_t colDelta, Ra
 // True when 3-D link `link` of `book` is a link of the workbook to itself spanning exactly
 // `blockSheet`. Links to other files are never resolved here, since that could load a workbook.
 static bool LinkIsBlockSheet(uint32_t book, uint32_t link, uint32_t blockSheet) {
-  const Workbook* wb = GetWorkbook(book);
-  if (link >= wb->sheetLinkCount) return false;
-  int32_t external = wb->sheetLinks[link].bookIndex;
-  if (external < 0 || static_cast<uint32_t>(external) >= wb->externalBookCount ||
-      wb->externalBooks[external].kind != ExternalSelf) {
-    return false;
-  }
+  if (!IsSelfLink(book, link)) return false;
   ResolvedLink resolved{book, 0, 0, 0};
   if (!ResolveLink(static_cast<int32_t>(link), &resolved)) return false;
   return resolved.book == book && resolved.firstSheet == static_cast<int32_t>(blockSheet) &&
@@ -315,9 +310,6 @@ static void MoveRowsAndColumns(Sheet* s, const Range* source, const Range* landi
   }
 }
 
-// Function numbers whose result depends on where the calling cell stands.
-static const uint16_t PositionFunctions[] = {8, 9};  // LIGNE, COLONNE
-
 // Rewrites the formulas of every sheet with cells. The sheet is reached afresh for each cell,
 // since marking may resolve links and so move the workbook array.
 static void RewriteCellFormulas(uint32_t book, uint32_t blockSheet, const Range* source,
@@ -332,7 +324,7 @@ static void RewriteCellFormulas(uint32_t book, uint32_t blockSheet, const Range*
           RewriteTokens(book, sheet, blockSheet, &cell->formula, source, rowDelta, colDelta) != 0;
       // Every cell now in the landing area came from the block, which was cleared before.
       bool moved = sheet == blockSheet && RangeContains(landing, cell->row, cell->col);
-      bool positional = moved && TokensCallFunction(&cell->formula, PositionFunctions, 2);
+      bool positional = moved && TokensCallFunctionWith(&cell->formula, FunctionPositional);
       if (changed && worksheet) BuildPrecedents(book, sheet, cell);
       if (!changed && !positional) continue;
       if (worksheet)

@@ -42,7 +42,9 @@ bool EqualTokens(const FormulaTokens* a, const FormulaTokens* b) {
   return std::memcmp(a->bytes, b->bytes, size) == 0;
 }
 
-// Bytes after the sub-type byte of the extended token.
+// Bytes after the sub-type byte of the extended token: four for every kind the format defines
+// (files hold, for instance, a radical token of kind 10 followed at once by the next token after
+// four bytes), none for the others.
 static uint32_t ExtendedOperandLength(uint8_t subType) {
   switch (subType) {
     case 1:
@@ -50,16 +52,15 @@ static uint32_t ExtendedOperandLength(uint8_t subType) {
     case 3:
     case 6:
     case 7:
+    case 10:
+    case 11:
     case 12:
     case 13:
     case 14:
     case 15:
     case 16:
     case 29:
-      return 5;
-    case 10:
-    case 11:
-      return 14;
+      return 4;
     default:
       return 0;
   }
@@ -86,15 +87,47 @@ uint32_t NextTokenPosition(const uint8_t* bytes, uint32_t position) {
   return position + 1 + size;
 }
 
-bool TokensCallFunction(const FormulaTokens* tokens, const uint16_t* ids, uint32_t idCount) {
-  if (!tokens->bytes) return false;
-  for (uint32_t p = 0; p < tokens->length; p = NextTokenPosition(tokens->bytes, p)) {
-    uint8_t base = FoldOpcode(tokens->bytes[p]);
+uint32_t CheckedTokenEnd(const uint8_t* b, uint32_t p, uint32_t length, MemNoMemReading reading) {
+  uint8_t base = FoldOpcode(b[p]);
+  uint32_t end;
+  if (base == ptgMemNoMem && reading == MemNoMemAsEvaluated) {
+    end = p + 7;
+  } else if (TokenLength[base] != 255) {
+    end = p + 1 + TokenLength[base];
+  } else {
+    // The variable forms need their header to know their size.
+    uint32_t header = base == ptgStr ? 3 : base == ptgAttr ? 4 : 2;
+    if (p + header > length) return 0;
+    if (base == ptgStr && b[p + 2] > 1) return 0;
+    end = SkipVariableToken(b, p) + 1;
+  }
+  return end <= length ? end : 0;
+}
+
+// Steps *p to the next function call at or after it; false when none is left.
+static bool NextFunctionCall(const FormulaTokens* tokens, uint32_t* p, uint16_t* id) {
+  for (; tokens->bytes && *p < tokens->length; *p = NextTokenPosition(tokens->bytes, *p)) {
+    uint8_t base = FoldOpcode(tokens->bytes[*p]);
     if (base != ptgFunc && base != ptgFuncVar) continue;
-    uint16_t id = ReadU16(tokens->bytes + p + (base == ptgFunc ? 1 : 2));
+    *id = ReadU16(tokens->bytes + *p + (base == ptgFunc ? 1 : 2));
+    *p = NextTokenPosition(tokens->bytes, *p);
+    return true;
+  }
+  return false;
+}
+
+bool TokensCallFunction(const FormulaTokens* tokens, const uint16_t* ids, uint32_t idCount) {
+  uint16_t id;
+  for (uint32_t p = 0; NextFunctionCall(tokens, &p, &id);)
     for (uint32_t i = 0; i < idCount; i++)
       if (ids[i] == id) return true;
-  }
+  return false;
+}
+
+bool TokensCallFunctionWith(const FormulaTokens* tokens, uint8_t flags) {
+  uint16_t id;
+  for (uint32_t p = 0; NextFunctionCall(tokens, &p, &id);)
+    if (FunctionFlagsByNumber(id) & flags) return true;
   return false;
 }
 
@@ -148,30 +181,6 @@ static bool KnownOpcode(uint8_t base) {
   return base >= ptgNameX && base <= ptgAreaErr3d;
 }
 
-// Size of a whole token at `p`, or 0 when it does not fit in `length` bytes. With
-// `evaluatorView` ptgMemNoMem is six operand bytes, as the evaluator reads it; otherwise the
-// length table's two.
-static uint32_t CheckedTokenSize(const uint8_t* b, uint32_t p, uint32_t length,
-                                 bool evaluatorView) {
-  uint8_t base = FoldOpcode(b[p]);
-  uint32_t size;
-  if (base == ptgStr) {
-    if (p + 2 >= length || b[p + 2] > 1) return 0;
-    size = 3 + (b[p + 2] + 1u) * b[p + 1];
-  } else if (base == ptgExtended) {
-    if (p + 1 >= length) return 0;
-    size = 2 + ExtendedOperandLength(b[p + 1]);
-  } else if (base == ptgAttr) {
-    if (p + 3 >= length) return 0;
-    size = 4;
-    if (b[p + 1] == AttrChoose) size += (ReadU16(b + p + 2) + 1u) * 2;
-  } else {
-    size = 1 + TokenLength[base];
-    if (base == ptgMemNoMem && evaluatorView) size = 7;
-  }
-  return p + size <= length ? size : 0;
-}
-
 // Bytes an array constant takes from the extra data at `at`, or 0 when it runs past `end`.
 static uint32_t ArrayConstantSize(const uint8_t* b, uint32_t at, uint32_t end) {
   if (at + 3 > end) return 0;
@@ -222,13 +231,14 @@ int ValidateTokens(const FormulaTokens* tokens, int32_t context, const char** re
         ok = 0, why = "unknown token";
         break;
       }
-      uint32_t size = CheckedTokenSize(b, p, length, view == 0);
-      if (!size) {
+      uint32_t end =
+          CheckedTokenEnd(b, p, length, view == 0 ? MemNoMemAsEvaluated : MemNoMemAsTable);
+      if (!end) {
         ok = 0, why = "token runs past the end of the formula";
         break;
       }
       if (view == 0) starts[p] = 1;
-      p += size;
+      p = end;
     }
   }
   starts[length] = 1;
@@ -236,8 +246,7 @@ int ValidateTokens(const FormulaTokens* tokens, int32_t context, const char** re
   uint32_t extra = length, depth = 0;
   for (uint32_t p = 0; ok && p < length;) {
     uint8_t op = b[p], base = FoldOpcode(op);
-    uint32_t size = CheckedTokenSize(b, p, length, true);
-    uint32_t next = p + size;
+    uint32_t next = CheckedTokenEnd(b, p, length, MemNoMemAsEvaluated);
     uint32_t need = 0, push = 0;
     switch (IsBinaryOperator(base) ? uint8_t{ptgRange} : base) {
       case ptgRange:  // every binary operator
@@ -324,6 +333,7 @@ int ValidateTokens(const FormulaTokens* tokens, int32_t context, const char** re
       case ptgExp:
       case ptgTbl:
       case ptgExtended:
+      case ptgMemFunc:  // marks the sub-expression behind it, which pushes the value
         break;
       default:  // every other token is an operand
         push = 1;

@@ -98,14 +98,25 @@ inline uint8_t TokenClass(uint8_t b) {
 }
 
 // Operand bytes after the opcode, by base opcode; 255 for the variable forms (0x17 to 0x19),
-// which step by SkipVariableToken. The entry for ptgMemNoMem is 2 although the evaluator reads
-// that token as six bytes: the walkers and the evaluator have always differed on it.
+// which step by SkipVariableToken.
 extern const uint8_t TokenLength[64];
+
+// How ptgMemNoMem is stepped over. The length table gives it two operand bytes, and the walkers
+// that rewrite, print and scan tokens read it so; the evaluator reads six, as files written by
+// the older program expect. A string from outside must be sound under both readings.
+enum MemNoMemReading : uint8_t {
+  MemNoMemAsTable = 0,
+  MemNoMemAsEvaluated = 1,
+};
 
 // Position of the last byte of the variable token at `position`.
 uint32_t SkipVariableToken(const uint8_t* bytes, uint32_t position);
-// Position of the token after the one at `position`.
+// Position of the token after the one at `position`, in a string already known to be sound.
 uint32_t NextTokenPosition(const uint8_t* bytes, uint32_t position);
+// Position behind the token at `position` of a string of `length` token bytes, or 0 when the
+// token does not fit in them (or is a string token with a bad width byte).
+uint32_t CheckedTokenEnd(const uint8_t* bytes, uint32_t position, uint32_t length,
+                         MemNoMemReading reading);
 
 // Fresh block of both parts; returns 0 on lost memory (target is then empty).
 int CopyTokens(FormulaTokens* target, const FormulaTokens* source);
@@ -113,6 +124,8 @@ void FreeTokens(FormulaTokens* tokens);
 bool EqualTokens(const FormulaTokens* a, const FormulaTokens* b);
 // True when a ptgFunc or ptgFuncVar calls one of the function numbers.
 bool TokensCallFunction(const FormulaTokens* tokens, const uint16_t* ids, uint32_t idCount);
+// True when a ptgFunc or ptgFuncVar calls a function with any of the FunctionFlag bits `flags`.
+bool TokensCallFunctionWith(const FormulaTokens* tokens, uint8_t flags);
 // Moves the relative coordinates of every reference in place, wrapping; whole rows and whole
 // columns stay whole.
 void ShiftRelativeRefs(FormulaTokens* tokens, int32_t rowDelta, int32_t colDelta);

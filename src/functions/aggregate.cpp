@@ -46,7 +46,7 @@ int VisitRangeValue(const Walk* w, const Value* v) {
       if (!v->text) return Fail(w, ErrNA);
       return (w->flags & WalkTextInRanges) ? Visit(w, 0.0) : 1;
     case ValueError:
-      return Fail(w, v->error);
+      return (w->flags & WalkErrorsInRanges) ? Visit(w, 0.0) : Fail(w, v->error);
     default:
       return 1;
   }
@@ -64,36 +64,15 @@ int WalkArea(const Walk* w, uint32_t book, uint32_t sheet, const Range* area) {
   return 1;
 }
 
-bool SheetExists(uint32_t book, uint32_t sheet) {
-  return book < App.workbookCount && sheet < GetWorkbook(book)->sheetCount;
+int WalkVisit(uint32_t book, uint32_t sheet, const Range* area, void* state) {
+  return WalkArea(static_cast<const Walk*>(state), book, sheet, area);
 }
 
 int WalkReference(const Walk* w, const Value* reference, const EvalContext* ctx) {
-  if (reference->tag == ValueRef) {
-    if (!SheetExists(ctx->book, ctx->sheet) || !SheetHasCells(GetSheet(ctx->book, ctx->sheet)))
-      return Fail(w, ErrRef);
-    return WalkArea(w, ctx->book, ctx->sheet, &reference->ref);
-  }
-  if (reference->tag != ValueRefList || !reference->refs) return Fail(w, ErrValue);
-  ResolvedLink link{};
-  link.fromBook = ctx->book;
-  if (!ResolveLink(reference->linkIndex, &link) || link.firstSheet < 0 || link.lastSheet < 0)
-    return Fail(w, ErrRef);
-  uint32_t first = static_cast<uint32_t>(link.firstSheet);
-  uint32_t last = static_cast<uint32_t>(link.lastSheet);
-  if (first > last) {
-    uint32_t swap = first;
-    first = last;
-    last = swap;
-  }
-  for (uint32_t sheet = first; sheet <= last; sheet++) {
-    if (!SheetExists(link.book, sheet)) return Fail(w, ErrRef);
-    // Chart and module sheets inside the span hold no cells and are passed over.
-    if (!SheetHasCells(GetSheet(link.book, sheet))) continue;
-    for (uint32_t i = 0; i < reference->refs->count; i++)
-      if (!WalkArea(w, link.book, sheet, &reference->refs->areas[i])) return 0;
-  }
-  return 1;
+  ReferenceTarget t;
+  uint32_t error = LocateReference(reference, ctx, &t);
+  if (error != ReferenceFound) return Fail(w, error);
+  return WalkReferenceTarget(&t, WalkVisit, const_cast<Walk*>(w));
 }
 
 int WalkArray(const Walk* w, const Value* array) {
@@ -159,6 +138,27 @@ int WalkArrayNumbers(const Value* array, uint32_t flags, NumberVisitor visit, vo
                      Value* error) {
   Walk w{flags, visit, state, error};
   return WalkArray(&w, array);
+}
+
+static int AppendVisited(double x, void* state) {
+  return AppendNumber(static_cast<NumberList*>(state), x);
+}
+
+int GatherNumbers(Value* args, const EvalContext* ctx, uint32_t flags, NumberList* list,
+                  Value* result) {
+  Value error{};
+  if (WalkNumbersWith(args, ctx, flags, AppendVisited, list, &error)) return 1;
+  *result = error.tag == ValueEmpty ? ErrorValue(ErrNA) : error;
+  FreeNumberList(list);
+  return 0;
+}
+
+int GatherArgumentNumbers(Value* arg, const EvalContext* ctx, NumberList* list, Value* result) {
+  Value frame[FunctionFrameSize] = {*arg};
+  *arg = Value{};
+  int ok = GatherNumbers(frame, ctx, WalkPlain, list, result);
+  FreeValue(&frame[0]);
+  return ok;
 }
 
 void ReduceToScalar(Value* v, const EvalContext* ctx) {

@@ -6,6 +6,7 @@
 #pragma once
 #include <cstdint>
 
+#include "functions/numeric.h"
 #include "model/value.h"
 
 // Called with each number of the walk, in argument order and, inside a reference, sheet by sheet,
@@ -19,6 +20,7 @@ enum WalkFlags : uint32_t {
   WalkLogicalInRanges = 1,  // booleans in references and arrays are visited as 1 or 0
   WalkTextInRanges = 2,     // texts in references and arrays are visited as 0
   WalkSkipErrors = 4,       // errors, and direct texts that are not numbers, are passed over
+  WalkErrorsInRanges = 8,   // errors in references and arrays are visited as 0 (for counting)
 };
 
 // Walks the 30-slot frame `args`, which it may change in place. Returns 1 when the walk went to
@@ -36,6 +38,14 @@ int WalkReferenceNumbers(const Value* reference, const EvalContext* ctx, uint32_
                          NumberVisitor visit, void* state, Value* error);
 int WalkArrayNumbers(const Value* array, uint32_t flags, NumberVisitor visit, void* state,
                      Value* error);
+
+// Gathers the numbers of the walk into `list`. Returns 0 with the error in `result` (the one that
+// ended the walk, or #N/A when memory ran out), the list then released.
+int GatherNumbers(Value* args, const EvalContext* ctx, uint32_t flags, NumberList* list,
+                  Value* result);
+// The same for one argument alone, walked as the first slot of a frame of its own; the argument
+// is consumed.
+int GatherArgumentNumbers(Value* arg, const EvalContext* ctx, NumberList* list, Value* result);
 
 // Reduces a reference to the value of the cell that lines up with the formula's cell, and an
 // array to its element for that cell; anything else is left as it is. Unlike a direct coercion to

@@ -19,34 +19,11 @@ const Value* ScalarArg(Value* args, const EvalContext* ctx) {
   return &args[0];
 }
 
-constexpr uint32_t Found = UINT32_MAX;
-
-// Where a reference starts: its first area on its first sheet, with the number of areas and of
-// sheets it covers. Returns Found, or the error code when it points nowhere usable.
-uint32_t LocateReference(const Value* v, const EvalContext* ctx, uint32_t* book, uint32_t* sheet,
-                         Range* area, uint32_t* areaCount, uint32_t* sheetCount) {
-  if (v->tag == ValueRef) {
-    *book = ctx->book;
-    *sheet = ctx->sheet;
-    *area = v->ref;
-    *areaCount = *sheetCount = 1;
-  } else {
-    if (v->tag != ValueRefList || !v->refs || v->refs->count == 0) return ErrValue;
-    ResolvedLink link{};
-    link.fromBook = ctx->book;
-    if (!ResolveLink(v->linkIndex, &link) || link.firstSheet < 0 || link.lastSheet < 0)
-      return ErrRef;
-    *book = link.book;
-    *sheet =
-        static_cast<uint32_t>(link.firstSheet < link.lastSheet ? link.firstSheet : link.lastSheet);
-    *area = v->refs->areas[0];
-    *areaCount = v->refs->count;
-    *sheetCount = static_cast<uint32_t>(std::abs(link.lastSheet - link.firstSheet)) + 1;
-  }
-  if (*book >= App.workbookCount || *sheet >= GetWorkbook(*book)->sheetCount ||
-      !SheetHasCells(GetSheet(*book, *sheet)))
-    return ErrRef;
-  return Found;
+// Where a reference starts, on a first sheet that holds cells; ReferenceFound or an error code.
+uint32_t LocateStart(const Value* v, const EvalContext* ctx, ReferenceTarget* t) {
+  uint32_t error = LocateReference(v, ctx, t);
+  if (error == ReferenceFound && !SheetHasCells(GetSheet(t->book, t->firstSheet))) return ErrRef;
+  return error;
 }
 
 // EST.PAIR and EST.IMPAIR: the argument read as a whole number. Booleans are refused, as the
@@ -124,15 +101,15 @@ void FnEstImpair(Value* args, Value* result, const EvalContext* ctx) {
 void FnN(Value* args, Value* result, const EvalContext* ctx) {
   Value* a = &args[0];
   if (a->tag == ValueRef || a->tag == ValueRefList) {
-    uint32_t book = 0, sheet = 0, areas = 0, sheets = 0;
-    Range area{};
-    uint32_t error = LocateReference(a, ctx, &book, &sheet, &area, &areas, &sheets);
+    ReferenceTarget t;
+    uint32_t error = LocateStart(a, ctx, &t);
+    Range area = error == ReferenceFound ? t.areas[0] : Range{};
     FreeValue(a);
     *a = Value{};
-    if (error != Found)
+    if (error != ReferenceFound)
       *a = ErrorValue(error);
     else
-      ReadCellValue(book, sheet, area.firstRow, area.firstCol, a);
+      ReadCellValue(t.book, t.firstSheet, area.firstRow, area.firstCol, a);
   }
   if (a->tag == ValueArray) ArrayElementForCell(a, ctx);
   switch (a->tag) {
@@ -166,15 +143,16 @@ void FnNbVide(Value* args, Value* result, const EvalContext* ctx) {
     *result = *a;
     return;
   }
-  uint32_t book = 0, sheet = 0, areas = 0, sheets = 0;
-  Range area{};
-  uint32_t error = LocateReference(a, ctx, &book, &sheet, &area, &areas, &sheets);
-  if (error == Found && sheets > 1) error = ErrRef;
-  if (error == Found && areas > 1) error = ErrValue;
-  if (error != Found) {
+  ReferenceTarget t;
+  uint32_t error = LocateStart(a, ctx, &t);
+  if (error == ReferenceFound && t.lastSheet > t.firstSheet) error = ErrRef;
+  if (error == ReferenceFound && t.areaCount > 1) error = ErrValue;
+  if (error != ReferenceFound) {
     *result = ErrorValue(error);
     return;
   }
+  uint32_t book = t.book, sheet = t.firstSheet;
+  Range area = t.areas[0];
   double blank =
       (double(area.lastRow) - area.firstRow + 1) * (double(area.lastCol) - area.firstCol + 1);
   CellRangeWalk walk;

@@ -1,15 +1,9 @@
-// The logical functions (SI, ET, OU, NON, VRAI) and SOMME, the first of the aggregates: it is the
-// plain form of the shared argument walk, which the other aggregates vary.
+// The logical functions: SI, ET, OU, NON, VRAI.
 #include "functions/aggregate.h"
 #include "functions/handlers.h"
 #include "functions/table.h"
 
 namespace {
-
-int AddNumber(double number, void* state) {
-  *static_cast<double*>(state) += number;
-  return 1;
-}
 
 // Reads `a` as a condition. An error, whether given or read from a cell, is passed on with its
 // code; a text other than "VRAI" or "FAUX" is #VALUE!. Returns 0 with `result` set on failure.
@@ -81,12 +75,6 @@ void FoldArguments(Value* args, Value* result, const EvalContext* ctx, bool want
 }
 
 }  // namespace
-
-void FnSomme(Value* args, Value* result, const EvalContext* ctx) {
-  double sum = 0;
-  Value error{};
-  *result = WalkNumbers(args, ctx, AddNumber, &sum, &error) ? NumberValue(sum) : error;
-}
 
 // Reached when SI was not compiled to jumps. A branch left empty gives what Excel gives for
 // =SI(VRAI;) and =SI(FAUX;1): 0 for the true branch, FAUX for the false one. The chosen branch is

@@ -1,5 +1,5 @@
-// The sums and folds of the "Math & Trig" category: PRODUIT, SOMME.CARRES, MULTINOMIALE, PGCD and
-// PPCM over the shared argument walk; SOMMEPROD and the SOMME.X2MY2 family over arrays;
+// The sums and folds of the "Math & Trig" category: SOMME, PRODUIT, SOMME.CARRES, MULTINOMIALE,
+// PGCD and PPCM over the shared argument walk; SOMMEPROD and the SOMME.X2MY2 family over arrays;
 // SOMME.SERIES; SOMME.SI and NB.SI, which test each cell of a range against a criterion; and
 // SOUS.TOTAL, which applies one of eleven aggregates to references while passing over the cells
 // that hold subtotals themselves.
@@ -19,6 +19,11 @@ namespace {
 constexpr uint16_t SousTotalNumber = 344;
 
 // --- Folds over the argument walk ----------------------------------------------------------
+
+int AddNumber(double number, void* state) {
+  *static_cast<double*>(state) += number;
+  return 1;
+}
 
 struct Product {
   double value;
@@ -117,18 +122,6 @@ int AddSeriesTerm(double coefficient, void* state) {
 
 // --- Arrays --------------------------------------------------------------------------------
 
-// Makes `a` an array; returns 0 with the error in `result` when it cannot be one.
-int ArrayArg(Value* a, Value* result, const EvalContext* ctx) {
-  CoerceValue(a, ValueArray, ctx);
-  if (a->tag == ValueArray && a->elements) return 1;
-  *result = a->tag == ValueError ? *a : ErrorValue(ErrValue);
-  return 0;
-}
-
-uint32_t ElementCount(const Value* array) {
-  return uint32_t{array->rows} * array->columns;
-}
-
 using PairTerm = double (*)(double, double);
 
 // The SOMME.X2MY2 family: the term summed over the pairs of numbers at the same place.
@@ -164,19 +157,12 @@ constexpr uint32_t Located = UINT32_MAX;
 
 // The one area on one sheet that SOMME.SI and NB.SI take. Returns Located or an error code.
 uint32_t LocateArea(const Value* v, const EvalContext* ctx, SheetArea* out) {
-  if (v->tag == ValueRef) {
-    *out = SheetArea{ctx->book, ctx->sheet, v->ref};
-  } else {
-    if (v->tag != ValueRefList || !v->refs || v->refs->count != 1) return ErrValue;
-    ResolvedLink link{};
-    link.fromBook = ctx->book;
-    if (!ResolveLink(v->linkIndex, &link) || link.firstSheet < 0) return ErrRef;
-    if (link.firstSheet != link.lastSheet) return ErrValue;
-    *out = SheetArea{link.book, static_cast<uint32_t>(link.firstSheet), v->refs->areas[0]};
-  }
-  if (out->book >= App.workbookCount || out->sheet >= GetWorkbook(out->book)->sheetCount ||
-      !SheetHasCells(GetSheet(out->book, out->sheet)))
-    return ErrRef;
+  ReferenceTarget t;
+  uint32_t error = LocateReference(v, ctx, &t);
+  if (error != ReferenceFound) return error;
+  if (t.areaCount != 1 || t.firstSheet != t.lastSheet) return ErrValue;
+  *out = SheetArea{t.book, t.firstSheet, t.areas[0]};
+  if (!SheetHasCells(GetSheet(out->book, out->sheet))) return ErrRef;
   if (out->area.lastRow < out->area.firstRow || out->area.lastCol < out->area.firstCol)
     return ErrValue;
   return Located;
@@ -295,38 +281,22 @@ int GatherArea(Gathered* g, uint32_t book, uint32_t sheet, const Range* area) {
 
 // Gathers a reference of any number of areas and sheets; returns 0 when the walk must end, with
 // the error set.
+int GatherVisit(uint32_t book, uint32_t sheet, const Range* area, void* state) {
+  return GatherArea(static_cast<Gathered*>(state), book, sheet, area);
+}
+
 int GatherReference(Gathered* g, const Value* v, const EvalContext* ctx) {
-  if (v->tag == ValueRef) {
-    if (ctx->book >= App.workbookCount || ctx->sheet >= GetWorkbook(ctx->book)->sheetCount ||
-        !SheetHasCells(GetSheet(ctx->book, ctx->sheet))) {
-      g->error = ErrRef;
-      return 0;
-    }
-    return GatherArea(g, ctx->book, ctx->sheet, &v->ref);
-  }
-  if (v->tag != ValueRefList || !v->refs) {
-    g->error = v->tag == ValueError ? v->error : ErrValue;
+  if (v->tag == ValueError) {
+    g->error = v->error;
     return 0;
   }
-  ResolvedLink link{};
-  link.fromBook = ctx->book;
-  if (!ResolveLink(v->linkIndex, &link) || link.firstSheet < 0 || link.lastSheet < 0) {
-    g->error = ErrRef;
+  ReferenceTarget t;
+  uint32_t error = LocateReference(v, ctx, &t);
+  if (error != ReferenceFound) {
+    g->error = error;
     return 0;
   }
-  int32_t first = link.firstSheet < link.lastSheet ? link.firstSheet : link.lastSheet;
-  int32_t last = link.firstSheet < link.lastSheet ? link.lastSheet : link.firstSheet;
-  for (int32_t s = first; s <= last; s++) {
-    uint32_t sheet = static_cast<uint32_t>(s);
-    if (link.book >= App.workbookCount || sheet >= GetWorkbook(link.book)->sheetCount) {
-      g->error = ErrRef;
-      return 0;
-    }
-    if (!SheetHasCells(GetSheet(link.book, sheet))) continue;
-    for (uint32_t i = 0; i < v->refs->count; i++)
-      if (!GatherArea(g, link.book, sheet, &v->refs->areas[i])) return 0;
-  }
-  return 1;
+  return WalkReferenceTarget(&t, GatherVisit, g);
 }
 
 Value Subtotal(uint32_t function, const NumberList* list, double nonEmpty) {
@@ -363,6 +333,13 @@ Value Subtotal(uint32_t function, const NumberList* list, double nonEmpty) {
 }
 
 }  // namespace
+
+// SOMME, the plain form of the shared argument walk, which the other aggregates vary.
+void FnSomme(Value* args, Value* result, const EvalContext* ctx) {
+  double sum = 0;
+  Value error{};
+  *result = WalkNumbers(args, ctx, AddNumber, &sum, &error) ? NumberValue(sum) : error;
+}
 
 void FnProduit(Value* args, Value* result, const EvalContext* ctx) {
   Product p{1, 0};

@@ -42,6 +42,45 @@ int NumberFromArg(Value* a, Value* result, const EvalContext* ctx, double* out) 
   return 0;
 }
 
+int ArrayArg(Value* a, Value* result, const EvalContext* ctx) {
+  CoerceValue(a, ValueArray, ctx);
+  if (a->tag == ValueArray && a->elements) return 1;
+  *result = a->tag == ValueError ? *a : ErrorValue(ErrValue);
+  return 0;
+}
+
+int IntegerFromArg(Value* a, Value* result, const EvalContext* ctx, int32_t fallback,
+                   int32_t* out) {
+  double d = fallback;
+  if (a->tag != ValueEmpty && !NumberFromArg(a, result, ctx, &d)) return 0;
+  *out = a->tag == ValueEmpty ? fallback : TruncateToInt32(d);
+  return 1;
+}
+
+int TextFromArg(Value* a, Value* result, const EvalContext* ctx, const char16_t** out) {
+  if (a->tag != ValueError) CoerceValue(a, ValueText, ctx);
+  if (a->tag != ValueText) {
+    *result = a->tag == ValueError ? *a : ErrorValue(ErrValue);
+    return 0;
+  }
+  *out = a->text ? a->text : u"";
+  return 1;
+}
+
+int BooleanFromArg(Value* a, Value* result, const EvalContext* ctx, bool fallback, bool* out) {
+  if (a->tag == ValueEmpty) {
+    *out = fallback;
+    return 1;
+  }
+  CoerceValue(a, ValueBoolean, ctx);
+  if (a->tag != ValueBoolean) {
+    *result = a->tag == ValueError ? *a : ErrorValue(ErrValue);
+    return 0;
+  }
+  *out = a->boolean != 0;
+  return 1;
+}
+
 int AppendNumber(NumberList* list, double x) {
   if (!GrowArray(&list->items, &list->capacity, list->count + 1, 64)) return 0;
   list->items[list->count++] = x;
@@ -80,4 +119,14 @@ int ListVariance(const double* x, uint32_t count, int sample, int root, double* 
   Moments m{};
   for (uint32_t i = 0; i < count; i++) AddToMoments(&m, x[i]);
   return MomentsVariance(&m, sample, root, out);
+}
+
+int ReadNumbers(Value* args, int count, double* out, Value* result, const EvalContext* ctx) {
+  for (int i = 0; i < count; i++)
+    if (args[i].tag != ValueEmpty && !NumberFromArg(&args[i], result, ctx, &out[i])) return 0;
+  return 1;
+}
+
+void GiveNumber(Value* result, double x) {
+  *result = std::isfinite(x) ? NumberValue(x) : ErrorValue(ErrNum);
 }

@@ -37,6 +37,20 @@ int Determinant(const double* m, uint32_t n, double* out);
 // The standard prologue for a number argument: converts `a` in place. Returns 0 with the error in
 // `result` when it does not convert.
 int NumberFromArg(Value* a, Value* result, const EvalContext* ctx, double* out);
+// The same for a whole number: the value cut to a 32-bit integer, or `fallback` for an empty slot.
+int IntegerFromArg(Value* a, Value* result, const EvalContext* ctx, int32_t fallback, int32_t* out);
+// The same for a text, which stays owned by `a`. An error keeps its code instead of becoming its
+// own text.
+int TextFromArg(Value* a, Value* result, const EvalContext* ctx, const char16_t** out);
+// The same for a boolean, or `fallback` for an empty slot.
+int BooleanFromArg(Value* a, Value* result, const EvalContext* ctx, bool fallback, bool* out);
+
+// The same for an argument that must be an array: converts `a` in place, and returns 0 with the
+// error in `result` (#VALUE! for what cannot be an array) when it does not convert.
+int ArrayArg(Value* a, Value* result, const EvalContext* ctx);
+inline uint32_t ElementCount(const Value* array) {
+  return uint32_t{array->rows} * array->columns;
+}
 
 // A growable block of doubles gathered from arguments.
 struct NumberList {
@@ -63,3 +77,11 @@ int MomentsVariance(const Moments* m, int sample, int root, double* out);
 // The same over a list. Both return 0 when the list is too short.
 int ListMean(const double* x, uint32_t count, double* out);
 int ListVariance(const double* x, uint32_t count, int sample, int root, double* out);
+
+// Reads the number arguments of slots 0 to count - 1 into `out`, left to right, the first that
+// fails deciding the error in `result`. An empty slot, an optional argument left out, keeps the
+// default the caller put in `out`. Returns 0 on an error.
+int ReadNumbers(Value* args, int count, double* out, Value* result, const EvalContext* ctx);
+// Writes x to `result`, or #NUM! when it is not a finite number: such a result only comes from
+// arguments outside a function's domain.
+void GiveNumber(Value* result, double x);

@@ -26,6 +26,11 @@ void SetFunctionTables(const FunctionTables* tables) {
   activeTables = tables;
 }
 
+uint8_t FunctionFlagsByNumber(uint32_t number) {
+  const FunctionEntry* entry = FindFunctionByNumber(number);
+  return entry ? entry->flags : 0;
+}
+
 const FunctionEntry* FindFunctionByNumber(uint32_t number) {
   const FunctionTables* t = ActiveFunctionTables();
   // The built-in table has an index by number (a working row before a not-implemented one of the

@@ -12,12 +12,29 @@ using FunctionHandler = void (*)(Value* args, Value* result, const EvalContext* 
 
 constexpr int FunctionFrameSize = 30;
 
+// Properties of a function that the parser, recalculation and reference rewriting act on.
+enum FunctionFlag : uint8_t {
+  // The result may change with no change to the arguments: a formula that calls the function is
+  // marked volatile when compiled, and its cell is recalculated at every recalculation.
+  FunctionVolatile = 1,
+  // The cell is recalculated at every recalculation, as the function reads which rows are hidden,
+  // but the compiled formula carries no volatile mark.
+  FunctionAlwaysRecalc = 2,
+  // The result may be a reference: the call keeps the reference class where one is welcome.
+  FunctionGivesReference = 4,
+  // Where the reference class is asked, the result is an array.
+  FunctionArrayForReference = 8,
+  // The result depends on where the calling cell stands.
+  FunctionPositional = 16,
+};
+
 struct FunctionEntry {
   const char16_t* name;  // upper case
   const char* args;      // one class letter per parameter; upper case required
   FunctionHandler handler;
   uint32_t info;  // main table: number in bits 0-15, category 16-23, format hint 24-31
   const char16_t* help;
+  uint8_t flags;  // FunctionFlag bits
 };
 
 inline uint32_t FunctionNumber(const FunctionEntry* e) {
@@ -45,6 +62,8 @@ const FunctionTables* ActiveFunctionTables();
 // Replaces the tables in force (tests); null restores the built-in ones.
 void SetFunctionTables(const FunctionTables* tables);
 
+// The FunctionFlag bits of the main-table row with that number; 0 for an unknown number.
+uint8_t FunctionFlagsByNumber(uint32_t number);
 // The main-table row with that BIFF number, or null. Where an old name shares its number with
 // the new one, the row that works is found.
 const FunctionEntry* FindFunctionByNumber(uint32_t number);

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "base/alloc.h"
+#include "base/check.h"
 #include "base/muldiv.h"
 #include "model/hooks.h"
 #include "model/workbook.h"
@@ -291,8 +292,10 @@ int StoreCell(uint32_t book, uint32_t sheet, const Cell* proto, int recalculate,
     }
   }
   if (recalculate && worksheet) {
-    // Calculation and fitting may have moved nothing, but look the cell up again to be safe.
+    // Calculation and fitting delete no cells, so the record is still the one in the store; it is
+    // looked up again so that a release build could never mark a freed record.
     Cell* stored = CellAt(&GetSheet(book, sheet)->cells, proto->row, proto->col);
+    DEBUG_ASSERT(stored == cell);
     if (stored) MarkDependents(book, sheet, stored, 0);
   }
   return 1;

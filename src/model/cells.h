@@ -120,6 +120,10 @@ int32_t ColumnLeft(uint32_t book, uint32_t sheet, uint32_t col, uint32_t fractio
 
 // Adds a zeroed cell at the end without searching, for readers that see cells in order.
 Cell* AppendCell(CellArray* array, uint32_t row, uint32_t col);
+// What StoreCell does beyond storing: mark the cell and its readers for recalculation, and fit
+// the row's height to the new content.
+enum : int { StoreOnly = 0, StoreAndRecalc = 1 };
+enum : int { KeepRowHeight = 0, FitRowHeight = 1 };
 // Puts a finished cell in its place; proto's owned pointers pass to the store on success and
 // stay with the caller on failure (return 0).
 int StoreCell(uint32_t book, uint32_t sheet, const Cell* proto, int recalculate, int fitRow);

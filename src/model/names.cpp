@@ -11,6 +11,7 @@
 #include "base/alloc.h"
 #include "base/text.h"
 #include "model/hooks.h"
+#include "model/value.h"
 #include "model/workbook.h"
 
 const char16_t* const BuiltInNames[BuiltInNameCount] = {
@@ -253,6 +254,12 @@ int FindOrAddLink(const LinkRequest* req, int32_t* linkIndex) {
                             linkIndex);
 }
 
+int ContextSheetLink(const EvalContext* ctx, int32_t* linkIndex) {
+  LinkRequest request{ctx->book, ctx->book, static_cast<int32_t>(ctx->sheet),
+                      static_cast<int32_t>(ctx->sheet)};
+  return FindOrAddLink(&request, linkIndex);
+}
+
 static int SelfSheetIsValid(const Workbook* wb, int16_t sheet) {
   if (sheet == NoSheet) return 1;
   return sheet >= 0 && static_cast<uint32_t>(sheet) < wb->sheetCount;
@@ -268,6 +275,14 @@ static int SheetOfLinkedBook(const ExternalBook* external, uint32_t book, int16_
   if (nameIndex < 0 || static_cast<uint32_t>(nameIndex) >= external->sheetCount) return 0;
   *sheet = FindSheetByName(book, external->sheetNames[nameIndex]);
   return *sheet >= 0;
+}
+
+bool IsSelfLink(uint32_t book, uint32_t link) {
+  const Workbook* wb = GetWorkbook(book);
+  if (link >= wb->sheetLinkCount) return false;
+  int16_t external = wb->sheetLinks[link].bookIndex;
+  return external >= 0 && static_cast<uint32_t>(external) < wb->externalBookCount &&
+         wb->externalBooks[external].kind == ExternalSelf;
 }
 
 int ResolveLink(int32_t linkIndex, ResolvedLink* inOut) {
@@ -376,11 +391,8 @@ void RenumberForInsertedSheet(uint32_t book, uint32_t position, int32_t kind) {
   }
   if (!(kind & SheetWithCells)) return;
   for (uint32_t i = 0; i < wb->sheetLinkCount; i++) {
+    if (!IsSelfLink(book, i)) continue;
     SheetLink* link = &wb->sheetLinks[i];
-    if (link->bookIndex < 0 || static_cast<uint32_t>(link->bookIndex) >= wb->externalBookCount ||
-        wb->externalBooks[link->bookIndex].kind != ExternalSelf) {
-      continue;
-    }
     RaiseIfBehind(&link->firstSheet, position);
     RaiseIfBehind(&link->lastSheet, position);
   }
@@ -407,11 +419,8 @@ void RenumberForDeletedSheet(uint32_t book, uint32_t position, int32_t kind) {
   }
   if (!(kind & SheetWithCells)) return;
   for (uint32_t i = 0; i < wb->sheetLinkCount; i++) {
+    if (!IsSelfLink(book, i)) continue;
     SheetLink* link = &wb->sheetLinks[i];
-    if (link->bookIndex < 0 || static_cast<uint32_t>(link->bookIndex) >= wb->externalBookCount ||
-        wb->externalBooks[link->bookIndex].kind != ExternalSelf) {
-      continue;
-    }
     if (link->firstSheet == static_cast<int16_t>(position) &&
         link->lastSheet == static_cast<int16_t>(position)) {
       link->firstSheet = link->lastSheet = DeletedSheet;

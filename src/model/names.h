@@ -6,9 +6,11 @@
 #include "formula/tokens.h"
 #include "model/range.h"
 
+struct EvalContext;
+
 struct DefinedName {
-  uint16_t options;  // bit 0 hidden, bit 1 function, bit 3 macro command
-  uint8_t keyCode;
+  uint16_t options;     // bit 0 hidden, bit 1 function, bit 3 macro command
+  uint8_t keyCode;      // shortcut key of a macro command, read once macros run from the keyboard
   uint16_t localSheet;  // 0 global, else 1-based sheet index
   char16_t* name;       // owned
   FormulaTokens formula;
@@ -78,6 +80,9 @@ void DeleteName(uint32_t book, uint32_t index, int removeEntry);
 void FreeNames(uint32_t book);
 
 int FindOrAddLink(const LinkRequest* req, int32_t* linkIndex);
+// The link of the context's own sheet in the context's workbook, found or added: what a reference
+// written without a sheet becomes when it must carry a link. 0 on lost memory.
+int ContextSheetLink(const EvalContext* ctx, int32_t* linkIndex);
 // The link table as formula text names it. Each finds an entry or appends one, and returns 0
 // only on lost memory (the tables are then as they were).
 // A book entry of `kind`; for ExternalOtherFile the one whose encoded path (character 1, the path
@@ -96,6 +101,8 @@ int FindOrAddSheetLink(uint32_t book, int16_t externalBook, int16_t firstSheet, 
 int FindOrAddExternalName(uint32_t book, uint32_t externalBook, const char16_t* name,
                           uint16_t field, uint32_t* index);
 int ResolveLink(int32_t linkIndex, ResolvedLink* inOut);
+// True when sheet link `link` of `book` exists and points into the workbook itself.
+bool IsSelfLink(uint32_t book, uint32_t link);
 // Finds the open workbook with the same leaf file name as `external`, or loads it hidden.
 int OpenLinkedBook(uint32_t fromBook, const ExternalBook* external, uint32_t* book);
 void FreeLinks(uint32_t book);

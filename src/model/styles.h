@@ -14,6 +14,7 @@ struct Xf {
   uint8_t pattern;
   uint8_t foreground;
   uint8_t background;
+  // Borders: kept from files and compared for interning; drawn once the shell draws borders.
   uint8_t topStyle, topColor;
   uint8_t leftStyle, leftColor;
   uint8_t bottomStyle, bottomColor;
@@ -36,6 +37,7 @@ struct FontRecord {
   uint16_t attributes;
   uint16_t color;  // palette index; 32767 automatic
   uint16_t weight;
+  // Kept as files give them, for writing back and for the shell's font realisation.
   uint8_t escapement;
   uint8_t pitchAndFamily;
   uint8_t charset;
@@ -61,6 +63,7 @@ constexpr uint32_t NumberFormatBuiltIn = 1;
 
 struct StyleRecord {
   uint16_t xf;  // bit 15 set for a built-in style
+  // Which built-in style and outline level; kept from files for writing back.
   uint8_t builtinId;
   uint8_t level;  // 255 when unused
 };

@@ -16,6 +16,8 @@
 #include "model/hooks.h"
 #include "model/names.h"
 
+namespace {
+
 // What a family of kinds keeps and how it is undone.
 enum UndoFamily : uint8_t {
   FamilyRegion,            // contents or formats of a region
@@ -31,6 +33,8 @@ enum UndoFamily : uint8_t {
   FamilyVisibility,   // a sheet hidden or shown
   FamilyCount,
 };
+
+}  // namespace
 
 static const uint8_t KindFamily[] = {
     FamilyRegion,      FamilyRegion,      FamilyRegion,      FamilyRegion,            // 0-3
@@ -54,6 +58,8 @@ static_assert(sizeof KindFamily == UndoKindCount, "one family for each kind");
 static bool KeepsRowsAndColumns(uint8_t family) {
   return family == FamilyStructure || family == FamilyDeleteSheet || family == FamilyRowsColumns;
 }
+
+namespace {
 
 // What lay on an area of a sheet. Objects, validations and conditional groups join it with their
 // subsystems; until then nothing of theirs is kept.
@@ -116,6 +122,8 @@ struct UndoRecord {
   uint32_t localCount;
   uint16_t* localSheets;
 };
+
+}  // namespace
 
 static UndoRecord* undoStack[UndoDepth];
 static uint32_t undoCount;
@@ -457,7 +465,7 @@ static void RestoreRegion(uint32_t book, uint32_t sheet, RegionSnapshot* g) {
   if (!g->taken) return;
   ClearArea(book, sheet, &g->range);
   for (uint32_t i = 0; i < g->cellCount; i++) {
-    if (StoreCell(book, sheet, &g->cells[i], 0, 0)) g->cells[i] = Cell{};
+    if (StoreCell(book, sheet, &g->cells[i], StoreOnly, KeepRowHeight)) g->cells[i] = Cell{};
   }
   Sheet* s = GetSheet(book, sheet);
   if (AppendItems(&s->arrayFormulas, &s->arrayFormulaCount, g->arrayFormulas,
@@ -548,15 +556,12 @@ static void ReverseRowsColumns(UndoRecord* r) {
 static void ReverseDeleteSheet(UndoRecord* r) {
   Workbook* wb = GetWorkbook(r->book);
   if (r->sheet > wb->sheetCount) return;
-  if (!InsertSheet(r->book, r->sheet, r->sheetName, r->sheetKind, 0, 0)) return;
+  if (!InsertSheet(r->book, r->sheet, r->sheetName, r->sheetKind, NotUndoable, NoViewUpdate))
+    return;
   wb = GetWorkbook(r->book);
   wb->sheets[r->sheet]->hidden = r->hidden;
   for (uint32_t i = 0; i < r->linkCount && i < wb->sheetLinkCount; i++) {
-    int16_t external = wb->sheetLinks[i].bookIndex;
-    if (external >= 0 && static_cast<uint32_t>(external) < wb->externalBookCount &&
-        wb->externalBooks[external].kind == ExternalSelf) {
-      wb->sheetLinks[i] = r->links[i];
-    }
+    if (IsSelfLink(r->book, i)) wb->sheetLinks[i] = r->links[i];
   }
   for (uint32_t i = 0; i < r->localCount && i < wb->nameCount; i++)
     wb->names[i].localSheet = r->localSheets[i];
@@ -569,7 +574,7 @@ static void ReverseDeleteSheet(UndoRecord* r) {
 static void ReverseDeleteChartSheet(UndoRecord* r) {
   // The chart itself is copied back here once charts exist; until then the sheet returns empty.
   if (r->sheet > GetWorkbook(r->book)->sheetCount) return;
-  if (InsertSheet(r->book, r->sheet, r->sheetName, SheetChart, 0, 0))
+  if (InsertSheet(r->book, r->sheet, r->sheetName, SheetChart, NotUndoable, NoViewUpdate))
     GetSheet(r->book, r->sheet)->hidden = r->hidden;
 }
 

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "base/alloc.h"
+#include "base/check.h"
 #include "base/text.h"
 #include "format/input.h"
 #include "format/locale.h"
@@ -34,6 +35,11 @@ const char16_t* BooleanText(bool value) {
   return value ? TrueText : FalseText;
 }
 
+// An array holds numbers, texts, booleans, errors and blanks: of these only a text owns a block.
+[[maybe_unused]] static bool IsArrayElement(const Value& e) {
+  return e.tag != ValueArray && e.tag != ValueRefList;
+}
+
 void FreeValue(Value* v) {
   switch (v->tag) {
     case ValueText:
@@ -45,8 +51,10 @@ void FreeValue(Value* v) {
     case ValueArray:
       if (v->elements) {
         uint32_t n = static_cast<uint32_t>(v->rows) * v->columns;
-        for (uint32_t i = 0; i < n; i++)
+        for (uint32_t i = 0; i < n; i++) {
+          DEBUG_ASSERT(IsArrayElement(v->elements[i]));
           if (v->elements[i].tag == ValueText) Release(v->elements[i].text);
+        }
         Release(v->elements);
       }
       break;
@@ -114,6 +122,7 @@ int CopyValue(Value* target, const Value* source) {
       target->elements = static_cast<Value*>(Allocate(sizeof(Value) * n));
       if (!target->elements) break;
       for (uint32_t i = 0; i < n; i++) {
+        DEBUG_ASSERT(IsArrayElement(source->elements[i]));
         target->elements[i] = source->elements[i];
         if (source->elements[i].tag == ValueText &&
             !DuplicateText(&target->elements[i].text, source->elements[i].text)) {
@@ -215,9 +224,7 @@ void TextToRefListInStyle(Value* v, char16_t* text, const EvalContext* ctx, int 
     }
     if (pieceLink < 0) {
       if (hereLink == -2) {
-        LinkRequest request{ctx->book, ctx->book, static_cast<int32_t>(ctx->sheet),
-                            static_cast<int32_t>(ctx->sheet)};
-        if (!FindOrAddLink(&request, &hereLink)) hereLink = -1;
+        if (!ContextSheetLink(ctx, &hereLink)) hereLink = -1;
       }
       pieceLink = hereLink;
     }
@@ -281,26 +288,56 @@ int ReadCellValue(uint32_t book, uint32_t sheet, uint32_t row, uint32_t col, Val
   return 1;
 }
 
-// Where a reference points: the book and the one sheet it lies on, or an error code.
-static uint32_t LocateReference(const Value* v, const EvalContext* ctx, uint32_t* book,
-                                uint32_t* sheet, Range* area) {
+uint32_t LocateReference(const Value* v, const EvalContext* ctx, ReferenceTarget* out) {
+  *out = ReferenceTarget{};
   if (v->tag == ValueRef) {
-    *book = ctx->book;
-    *sheet = ctx->sheet;
-    *area = v->ref;
+    *out = ReferenceTarget{ctx->book, ctx->sheet, ctx->sheet, &v->ref, 1};
   } else {
-    if (!v->refs || v->refs->count != 1) return ErrValue;
+    if (v->tag != ValueRefList || !v->refs || v->refs->count == 0) return ErrValue;
     ResolvedLink link{};
     link.fromBook = ctx->book;
-    if (!ResolveLink(v->linkIndex, &link) || link.firstSheet < 0 ||
-        link.firstSheet != link.lastSheet)
+    if (!ResolveLink(v->linkIndex, &link) || link.firstSheet < 0 || link.lastSheet < 0)
       return ErrRef;
-    *book = link.book;
-    *sheet = static_cast<uint32_t>(link.firstSheet);
-    *area = v->refs->areas[0];
+    uint32_t a = static_cast<uint32_t>(link.firstSheet), b = static_cast<uint32_t>(link.lastSheet);
+    *out = ReferenceTarget{link.book, a < b ? a : b, a < b ? b : a, v->refs->areas, v->refs->count};
   }
-  if (!ValidSheet(*book, *sheet)) return ErrRef;
-  return UINT32_MAX;
+  if (out->book >= App.workbookCount || out->lastSheet >= GetWorkbook(out->book)->sheetCount)
+    return ErrRef;
+  return ReferenceFound;
+}
+
+int WalkReferenceTarget(const ReferenceTarget* target, SheetAreaVisitor visit, void* state) {
+  DEBUG_ASSERT(target->firstSheet <= target->lastSheet && target->areas);
+  for (uint32_t sheet = target->firstSheet; sheet <= target->lastSheet; sheet++) {
+    if (!SheetHasCells(GetSheet(target->book, sheet))) continue;
+    for (uint32_t i = 0; i < target->areaCount; i++)
+      if (!visit(target->book, sheet, &target->areas[i], state)) return 0;
+  }
+  return 1;
+}
+
+// The one area on one sheet holding cells that a reference must point to where a single cell is
+// read from it; returns ReferenceFound or an error code.
+static uint32_t LocateSingleArea(const Value* v, const EvalContext* ctx, uint32_t* book,
+                                 uint32_t* sheet, Range* area) {
+  ReferenceTarget t;
+  uint32_t error = LocateReference(v, ctx, &t);
+  if (error != ReferenceFound) return error;
+  if (t.areaCount != 1) return ErrValue;
+  if (t.firstSheet != t.lastSheet || !ValidSheet(t.book, t.firstSheet)) return ErrRef;
+  *book = t.book;
+  *sheet = t.firstSheet;
+  *area = t.areas[0];
+  return ReferenceFound;
+}
+
+// Locates the single area and releases the reference; on failure `v` becomes the error.
+static bool TakeSingleArea(Value* v, const EvalContext* ctx, uint32_t* book, uint32_t* sheet,
+                           Range* area) {
+  uint32_t error = LocateSingleArea(v, ctx, book, sheet, area);
+  FreeValue(v);
+  *v = error == ReferenceFound ? Value{} : ErrorValue(error);
+  return error == ReferenceFound;
 }
 
 void ImplicitIntersect(Value* v, const EvalContext* ctx) {
@@ -310,12 +347,7 @@ void ImplicitIntersect(Value* v, const EvalContext* ctx) {
   }
   uint32_t book = 0, sheet = 0;
   Range area{};
-  uint32_t error = LocateReference(v, ctx, &book, &sheet, &area);
-  FreeValue(v);
-  if (error != UINT32_MAX) {
-    *v = ErrorValue(error);
-    return;
-  }
+  if (!TakeSingleArea(v, ctx, &book, &sheet, &area)) return;
   int64_t row, col;
   if (area.firstRow == area.lastRow && area.firstCol == area.lastCol) {
     row = area.firstRow;
@@ -339,12 +371,7 @@ void ImplicitIntersect(Value* v, const EvalContext* ctx) {
 static void ReferenceToArray(Value* v, const EvalContext* ctx) {
   uint32_t book = 0, sheet = 0;
   Range area{};
-  uint32_t error = LocateReference(v, ctx, &book, &sheet, &area);
-  FreeValue(v);
-  if (error != UINT32_MAX) {
-    *v = ErrorValue(error);
-    return;
-  }
+  if (!TakeSingleArea(v, ctx, &book, &sheet, &area)) return;
   uint32_t rows = area.lastRow - area.firstRow + 1u, columns = area.lastCol - area.firstCol + 1u;
   if (area.lastRow < area.firstRow || area.lastCol < area.firstCol || rows > 65535) {
     // An array counts its rows in 16 bits: a whole column cannot be one.
@@ -433,11 +460,9 @@ static void ToText(Value* v, const char16_t* text) {
 }
 
 static void RefToRefList(Value* v, const EvalContext* ctx) {
-  LinkRequest request{ctx->book, ctx->book, static_cast<int32_t>(ctx->sheet),
-                      static_cast<int32_t>(ctx->sheet)};
   int32_t link;
   Range area = v->ref;
-  if (!FindOrAddLink(&request, &link) || !MakeRefList(v, &area, link)) *v = ErrorValue(ErrNA);
+  if (!ContextSheetLink(ctx, &link) || !MakeRefList(v, &area, link)) *v = ErrorValue(ErrNA);
 }
 
 void CoerceValue(Value* v, uint16_t target, const EvalContext* ctx) {

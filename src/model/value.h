@@ -123,6 +123,26 @@ int MakeArray(Value* v, uint32_t rows, uint32_t columns);
 // An owned reference-list block of one area on the given link; returns 0 on lost memory.
 int MakeRefList(Value* v, const Range* area, int32_t linkIndex);
 
+// Where a reference value points: its workbook, the sheets of its span and its areas. A span
+// written from its last sheet to its first covers the same sheets, so firstSheet <= lastSheet.
+struct ReferenceTarget {
+  uint32_t book;
+  uint32_t firstSheet;
+  uint32_t lastSheet;
+  const Range* areas;  // borrowed from the value
+  uint32_t areaCount;
+};
+constexpr uint32_t ReferenceFound = UINT32_MAX;
+// Finds where `v` points as seen from ctx: a ValueRef stands on the context sheet, a reference
+// list on its link. Returns ReferenceFound; ErrValue for anything but a reference with at least
+// one area; ErrRef when the link leads nowhere or a sheet of the span does not exist.
+uint32_t LocateReference(const Value* v, const EvalContext* ctx, ReferenceTarget* out);
+// Visits one area of one sheet; returns 0 to stop the walk.
+using SheetAreaVisitor = int (*)(uint32_t book, uint32_t sheet, const Range* area, void* state);
+// Visits every area on every sheet of the span, sheet by sheet; sheets without cells (charts,
+// modules) inside the span are passed over. Returns 0 when a visit stopped the walk.
+int WalkReferenceTarget(const ReferenceTarget* target, SheetAreaVisitor visit, void* state);
+
 // Converts in place, releasing what it replaces; failure leaves an error value.
 void CoerceValue(Value* v, uint16_t target, const EvalContext* ctx);
 void ImplicitIntersect(Value* v, const EvalContext* ctx);

@@ -97,7 +97,7 @@ int InsertSheet(uint32_t book, uint32_t position, const char16_t* name, int32_t 
   }
 
   RenumberForInsertedSheet(book, position, kind);
-  (void)updateView;  // the view refresh joins with the shell
+  (void)updateView;  // read once the desktop shell has a window to refresh
   if (undoable) {
     int32_t undoKind = kind == SheetWorksheet ? UndoInsertWorksheet
                        : kind == SheetChart   ? UndoInsertChartSheet
@@ -167,7 +167,7 @@ int CreateWorkbook(const char16_t* path, int updateView, uint32_t* book) {
   wb->showVerticalScrollBar = 1;
   wb->showSheetTabs = 1;
   ok = ok && BuildDefaultStyles(index);
-  ok = ok && InsertSheet(index, 0, nullptr, SheetWorksheet, 0, updateView);
+  ok = ok && InsertSheet(index, 0, nullptr, SheetWorksheet, NotUndoable, updateView);
   if (!ok) {
     FreeWorkbookContents(GetWorkbook(index), index);
     App.workbookCount--;

@@ -43,8 +43,9 @@ struct ArrayFormula {
   FormulaTokens formula;  // kept empty: the cells of the block carry the formula
 };
 
-// Records owned by a sheet whose contents belong to later subsystems; the sheet only owns and
-// frees them through the release hooks below.
+// Records owned by a sheet whose contents belong to later subsystems (autofilter, drawing
+// objects, validation, conditional formats, page setup). Each stays null and zero until its
+// subsystem arrives and fills it from files, and frees it in FreeSheet.
 struct DrawObject;
 struct FilterColumn;
 struct ValidationRule;
@@ -66,7 +67,7 @@ struct Sheet {
   uint8_t paneLeftCol;
   uint16_t frozenRow;
   uint8_t frozenCol;
-  uint16_t topRow, bottomRow;
+  uint16_t topRow, bottomRow;  // the cells in the window: bottom and right set by the shell
   uint8_t leftCol, rightCol;
   uint16_t activeRow;
   uint8_t activeCol;
@@ -112,7 +113,7 @@ struct Workbook {
   Sheet** sheets;
   uint32_t currentSheet;
   int32_t date1904;
-  void* defaultFontHandle;
+  void* defaultFontHandle;  // the shell's realised default font, once the shell draws cells
   int32_t showHorizontalScrollBar;
   int32_t showVerticalScrollBar;
   int32_t showSheetTabs;
@@ -120,7 +121,7 @@ struct Workbook {
   ExternalBook* externalBooks;
   uint32_t sheetLinkCount;
   SheetLink* sheetLinks;
-  int32_t hiddenForLinks;
+  int32_t hiddenForLinks;  // opened quietly to serve links: set once LoadWorkbookForLinks loads
 };
 
 struct Application {
@@ -143,8 +144,13 @@ inline bool SheetHasCells(const Sheet* s) {
   return (s->kind & SheetWithCells) != 0;
 }
 
+// Values of the flags of CreateWorkbook and InsertSheet.
+enum : int { NotUndoable = 0, Undoable = 1 };
+enum : int { NoViewUpdate = 0, WithViewUpdate = 1 };
+
 // Creates a workbook at the end of the array and makes it current; a null path generates
-// "Classeur%d". Returns 0 on failure, leaving the array as it was.
+// "Classeur%d". Returns 0 on failure, leaving the array as it was. `updateView` (here and in
+// InsertSheet) waits for the desktop shell, which will refresh its window; nothing reads it yet.
 int CreateWorkbook(const char16_t* path, int updateView, uint32_t* book);
 void CloseWorkbook(uint32_t book);
 // Inserts a sheet at `position`; a null name generates one. Returns 0 with the message

@@ -19,17 +19,13 @@
 #include "base/message.h"
 #include "base/text.h"
 #include "files/compound.h"
+#include "files/corpus.h"
 #include "files/safe_save.h"
 
 namespace {
 
 constexpr uint32_t Free = 0xFFFFFFFF;
 constexpr uint32_t End = 0xFFFFFFFE;
-
-bool UnderCi() {
-  const char* ci = std::getenv("CI");
-  return ci && std::string(ci) == "true";
-}
 
 std::vector<uint8_t> Pattern(size_t size, uint32_t seed) {
   std::vector<uint8_t> data(size);
@@ -535,11 +531,6 @@ TEST_F(CompoundWriteTest, FailedSaveKeepsTheOldFile) {
   ClearLastMessage();
   EXPECT_FALSE(SaveFileSafely(missing.c_str(), failing, nullptr));
   EXPECT_EQ(Text(LastMessage()).rfind("Unable to open output file\n", 0), 0u);
-}
-
-std::string CorpusFolder() {
-  const char* env = std::getenv("TESSAREL_CORPUS");
-  return env ? env : std::string(TESSAREL_SOURCE_DIR) + "/../shared/corpus";
 }
 
 // Every file of the corpus: a compound file gives the same workbook stream as olefile reads

@@ -67,7 +67,8 @@ TEST_F(OpenTest, RefusalsSayWhy) {
   } cases[] = {
       {PathOf("a.doc", "x", true), "Le type du fichier n'est pas reconnu"},
       {PathOf("absent.csv"), "Unable to open input file\n"},
-      {PathOf("book.xls", "x", true), "Ce type de fichier n'est pas encore pris en charge\n"},
+      {PathOf("book.xls", "x", true), "Workbook not found in file"},
+      {PathOf("book.xlt", "not a compound file", true), "Workbook not found in file"},
       {PathOf("book.pxt", "x", true), "Ce type de fichier n'est pas encore pris en charge\n"},
       {PathOf("image.bmp", "x", true), nullptr},
   };

@@ -66,7 +66,7 @@ Cell* StoreNumber(uint32_t book, uint16_t row, double number, uint16_t formatId)
   proto.row = row;
   proto.value = NumberValue(number);
   EXPECT_TRUE(InternXf(book, &xf, &proto.xf));
-  EXPECT_TRUE(StoreCell(book, 0, &proto, 0, 0));
+  EXPECT_TRUE(StoreCell(book, 0, &proto, StoreOnly, KeepRowHeight));
   Cell* cell = CellAt(&GetSheet(book, 0)->cells, row, 0);
   EXPECT_TRUE(cell && EnsureCellText(book, 0, cell));
   return cell;
@@ -84,9 +84,18 @@ TEST(LocalizeFormat, CellTextComesThroughItsFormat) {
   EXPECT_EQ(TextToUtf8(StoreNumber(book, 2, 60, 14)->text), "29/02/1900");
   EXPECT_EQ(TextToUtf8(StoreNumber(book, 3, 0.1 + 0.2, 0)->text), "0,3");
 
+  // A date outside the calendar has no text: "#" across the cell, one "#" without a width.
+  EXPECT_EQ(TextToUtf8(StoreNumber(book, 6, -1, 14)->text), "#");
+  Cell* late = StoreNumber(book, 7, 2958466, 14);
+  FixedWidthMeasure measure = MakeFixedWidthMeasure(7);
+  ASSERT_TRUE(EnsureCellText(book, 0, late, &measure.base, 30));
+  EXPECT_EQ(TextToUtf8(late->text), "####");
+
   GetWorkbook(book)->date1904 = 1;
   EXPECT_EQ(TextToUtf8(StoreNumber(book, 4, 0, 14)->text), "01/01/1904");
   EXPECT_EQ(TextToUtf8(StoreNumber(book, 5, 366, 15)->text), "01-janv.-05");
+  EXPECT_EQ(TextToUtf8(StoreNumber(book, 8, 2958465 - 1462, 14)->text), "31/12/9999");
+  EXPECT_EQ(TextToUtf8(StoreNumber(book, 9, 2958466 - 1462, 14)->text), "#");
   CloseAllWorkbooks();
 }
 

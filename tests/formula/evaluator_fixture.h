@@ -118,17 +118,18 @@ constexpr uint32_t Info(uint32_t number, uint32_t category) {
 enum : uint16_t { FnPair = 50, FnCommand, FnAny, FnSquare, FnAbort, FnDescribeR, FnDescribeV };
 
 inline const FunctionEntry testMain[] = {
-    {u"IF", "VRR", ForbiddenHandler, Info(1, 1), u""},
-    {u"PAIR", "VV", PairHandler, Info(FnPair, 1), u""},
-    {u"COMMAND", "V", ForbiddenHandler, Info(FnCommand, CategoryMacroCommand), u""},
-    {u"ANYWHERE", "V", DescribeHandler, Info(FnAny, 255), u""},
-    {u"SQUARE", "V", SquareArrayHandler, Info(FnSquare, 1), u""},
-    {u"ABORT", "", AbortHandler, Info(FnAbort, 1), u""},
-    {u"DESCRIBER", "RRRRRRRRRRRRRRRRRRRRRRRRRRRRRR", DescribeHandler, Info(FnDescribeR, 1), u""},
-    {u"DESCRIBEV", "VVVVVVVVVVVVVVVVVVVVVVVVVVVVVV", DescribeHandler, Info(FnDescribeV, 1), u""},
-    {u"CHOOSE", "VRRRRRRRRRRRRRRRRRRRRRRRRRRRRR", ForbiddenHandler, Info(100, 1), u""},
+    {u"IF", "VRR", ForbiddenHandler, Info(1, 1), u"", FunctionGivesReference},
+    {u"PAIR", "VV", PairHandler, Info(FnPair, 1), u"", 0},
+    {u"COMMAND", "V", ForbiddenHandler, Info(FnCommand, CategoryMacroCommand), u"", 0},
+    {u"ANYWHERE", "V", DescribeHandler, Info(FnAny, 255), u"", 0},
+    {u"SQUARE", "V", SquareArrayHandler, Info(FnSquare, 1), u"", 0},
+    {u"ABORT", "", AbortHandler, Info(FnAbort, 1), u"", 0},
+    {u"DESCRIBER", "RRRRRRRRRRRRRRRRRRRRRRRRRRRRRR", DescribeHandler, Info(FnDescribeR, 1), u"", 0},
+    {u"DESCRIBEV", "VVVVVVVVVVVVVVVVVVVVVVVVVVVVVV", DescribeHandler, Info(FnDescribeV, 1), u"", 0},
+    {u"CHOOSE", "VRRRRRRRRRRRRRRRRRRRRRRRRRRRRR", ForbiddenHandler, Info(100, 1), u"",
+     FunctionGivesReference},
 };
-inline const FunctionEntry testAddIns[] = {{u"ADDPAIR", "VV", PairHandler, 5, u""}};
+inline const FunctionEntry testAddIns[] = {{u"ADDPAIR", "VV", PairHandler, 5, u"", 0}};
 inline const FunctionTables testTables = {testMain, sizeof testMain / sizeof testMain[0],
                                           testAddIns, 1};
 
@@ -183,7 +184,8 @@ struct EvaluatorTest : testing::Test {
   void Put(uint32_t sheet, uint16_t row, uint8_t col, Value v, uint32_t inBook = UINT32_MAX) {
     Cell proto{};
     proto.row = row, proto.col = col, proto.value = v;
-    ASSERT_TRUE(StoreCell(inBook == UINT32_MAX ? book : inBook, sheet, &proto, 0, 0));
+    ASSERT_TRUE(
+        StoreCell(inBook == UINT32_MAX ? book : inBook, sheet, &proto, StoreOnly, KeepRowHeight));
   }
   uint16_t Link(uint32_t first, uint32_t last, uint32_t target = UINT32_MAX) {
     LinkRequest request{book, target == UINT32_MAX ? book : target, static_cast<int32_t>(first),

@@ -22,7 +22,7 @@ TEST(RecalcDepth, LongChainThroughANameDoesNotExhaustTheStack) {
   Cell first{};
   first.xf = DefaultCellXf;
   first.value = NumberValue(1);
-  ASSERT_TRUE(StoreCell(book, 0, &first, 0, 0));
+  ASSERT_TRUE(StoreCell(book, 0, &first, StoreOnly, KeepRowHeight));
   for (uint16_t row = 1; row < rows; row++) {
     Cell* c = AppendCell(&GetSheet(book, 0)->cells, row, 0);
     ASSERT_NE(c, nullptr);

@@ -14,6 +14,7 @@
 #include "base/alloc.h"
 #include "base/text.h"
 #include "format/locale.h"
+#include "formula/parser.h"
 #include "formula/recalc.h"
 #include "formula/token_builder.h"
 #include "functions/table.h"
@@ -37,7 +38,7 @@ Cell* StoreAt(uint32_t book, uint32_t sheet, uint16_t row, uint8_t col, Value va
   proto.col = col;
   proto.value = value;
   if (tokens) proto.formula = tokens->Build();
-  EXPECT_TRUE(StoreCell(book, sheet, &proto, recalculate, 0));
+  EXPECT_TRUE(StoreCell(book, sheet, &proto, recalculate, KeepRowHeight));
   return At(book, sheet, row, col);
 }
 
@@ -158,8 +159,8 @@ void FakeRandom(Value*, Value* result, const EvalContext*) {
 }
 constexpr uint16_t CountingId = 200, RandomId = 63;
 const FunctionEntry testFunctions[] = {
-    {u"ALEA", "", FakeRandom, RandomId, u""},
-    {u"COMPTER.ICI", "V", CountingIdentity, CountingId, u""},
+    {u"ALEA", "", FakeRandom, RandomId, u"", FunctionVolatile},
+    {u"COMPTER.ICI", "V", CountingIdentity, CountingId, u"", 0},
 };
 const FunctionTables testTables = {testFunctions, 2, nullptr, 0};
 
@@ -190,7 +191,8 @@ struct RecalcTest : testing::Test {
 };
 
 TEST_F(RecalcTest, TokensGivePrecedentsAndVolatility) {
-  AddTestName(u"Taux", TB().Ref(0, 0));                                              // worksheet
+  SetFunctionTables(nullptr);            // volatility is a property of the real function table
+  AddTestName(u"Taux", TB().Ref(0, 0));  // worksheet
   AddTestName(u"Boucle", TB().Ref3d(Link(book, book, 2, 2), 0, 0, ClassReference));  // macro
   // The link to the first sheet becomes a link to an add-in.
   Workbook* wb = GetWorkbook(book);
@@ -241,10 +243,41 @@ TEST_F(RecalcTest, TokensGivePrecedentsAndVolatility) {
       EXPECT_TRUE(EqualRanges(&cell->precedents[i].range, &precedents[i].range)) << what;
     }
   }
-  // ALEA, MAINTENANT, AUJOURDHUI, INFO, DECALER, CELLULE, INDIRECT, SOUS.TOTAL, in either form.
-  for (uint16_t id : {63, 74, 221, 244, 78, 125, 148, 344})
-    for (const TB& tokens : {TB().Func(id), TB().Int(1).FuncVar(id, 1)})
-      EXPECT_TRUE(rebuild(tokens) && cell->isVolatile) << id;
+  // Every function the table marks volatile or always recalculated, in either token form, and no
+  // other: the list is pinned, with what compiling a call to each one writes in front.
+  struct Pinned {
+    const char16_t* formula;
+    uint16_t id;
+    bool marked;  // the compiled formula starts with the volatile attribute
+  };
+  const Pinned pinned[] = {
+      {u"=ALEA()", 63, true},
+      {u"=MAINTENANT()", 74, true},
+      {u"=AUJOURDHUI()", 221, true},
+      {u"=INFO(\"x\")", 244, true},
+      {u"=DECALER(A1;1;1)", 78, true},
+      {u"=CELLULE(\"x\")", 125, true},
+      {u"=INDIRECT(\"A1\")", 148, true},
+      {u"=SOUS.TOTAL(9;A1)", 344, false},
+  };
+  const FunctionTables* real = ActiveFunctionTables();
+  std::set<uint32_t> flagged;
+  for (uint32_t i = 0; i < real->mainCount; i++)
+    if (real->main[i].flags & (FunctionVolatile | FunctionAlwaysRecalc))
+      flagged.insert(FunctionNumber(&real->main[i]));
+  EXPECT_EQ(flagged, (std::set<uint32_t>{63, 74, 221, 244, 78, 125, 148, 344}));
+  const ParseContext parse{book, 0, A1Style, 0, 0, ReferencesAsWritten, SingleCellFormula};
+  for (const Pinned& p : pinned) {
+    for (const TB& tokens : {TB().Func(p.id), TB().Int(1).FuncVar(p.id, 1)})
+      EXPECT_TRUE(rebuild(tokens) && cell->isVolatile) << p.id;
+    FormulaTokens compiled{};
+    ASSERT_EQ(CompileFormula(&parse, p.formula, ClassCodeValue, &compiled), CompileOk) << p.id;
+    bool marked = compiled.bytes[0] == ptgAttr && compiled.bytes[1] == AttrVolatile;
+    EXPECT_EQ(marked, p.marked) << p.id;
+    FreeTokens(&cell->formula);
+    cell->formula = compiled;
+    EXPECT_TRUE(BuildPrecedents(book, 0, cell) && cell->isVolatile) << p.id;
+  }
   // Cells of a macro sheet take no part.
   Cell* macro = PutFormula(book, 2, 0, 0, Plus(TB().Ref(1, 1), TB().Func(RandomId)));
   EXPECT_EQ(macro->precedentCount + macro->isVolatile, 0u);

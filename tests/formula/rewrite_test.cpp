@@ -55,7 +55,7 @@ struct RewriteTest : testing::Test {
   void TearDown() override { CloseAllWorkbooks(); }
 
   FormulaTokens Compile(uint32_t sheet, const char16_t* text, ClassCode root = ClassCodeValue) {
-    ParseContext ctx{book, sheet, 1, 0, 0, 0, 0};
+    ParseContext ctx{book, sheet, A1Style, 0, 0, ReferencesAsWritten, SingleCellFormula};
     FormulaTokens tokens{};
     EXPECT_EQ(CompileFormula(&ctx, text, root, &tokens), CompileOk) << TextToUtf8(text);
     return tokens;
@@ -76,7 +76,7 @@ struct RewriteTest : testing::Test {
     proto.col = R(where).firstCol;
     proto.value = NumberValue(number);
     if (formula) proto.formula = Compile(sheet, formula);
-    EXPECT_TRUE(StoreCell(book, sheet, &proto, 1, 0));
+    EXPECT_TRUE(StoreCell(book, sheet, &proto, StoreAndRecalc, KeepRowHeight));
   }
   void PutOneToFive() {
     for (const char16_t* where : {u"A1", u"A2", u"A3", u"A4", u"A5"})
@@ -261,7 +261,7 @@ TEST_F(ShiftRangeTest, CellsMoveAndTheArrayStaysSorted) {
         Cell proto{};
         proto.row = row, proto.col = col;
         proto.value = NumberValue(row * 16 + col);
-        ASSERT_TRUE(StoreCell(book, 0, &proto, 0, 0));
+        ASSERT_TRUE(StoreCell(book, 0, &proto, StoreOnly, KeepRowHeight));
         if (RangeContains(&source, row, col))
           expected[{row + m.rowDelta, col + m.colDelta}] = row * 16 + col;
         else if (!RangeContains(&landing, row, col))

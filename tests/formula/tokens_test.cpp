@@ -23,9 +23,9 @@ TEST(TokensTest, StepsOverEveryKindOfToken) {
   std::vector<uint32_t> starts, expected = {0, 5, 12, 13, 16, 25, 26, 27, 30, 40, 43, 47, 50, 54};
   for (uint32_t p = 0; p < t.t.length; p = NextTokenPosition(t.t.bytes, p)) starts.push_back(p);
   EXPECT_EQ(starts, expected);
-  uint8_t extended[] = {ptgExtended, 10, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, ptgExtended, 4};
-  EXPECT_EQ(NextTokenPosition(extended, 0), 16u);
-  EXPECT_EQ(NextTokenPosition(extended, 15), 17u);
+  uint8_t extended[] = {ptgExtended, 10, 0, 0, 0, 0, ptgExtended, 4};
+  EXPECT_EQ(NextTokenPosition(extended, 0), 6u);
+  EXPECT_EQ(NextTokenPosition(extended, 6), 8u);
 }
 
 // Whole rows and columns stay whole, coordinates wrap, absolute ones stay.
@@ -82,6 +82,14 @@ TEST(TokensTest, ValidatesStringsFromOutside) {
       {"sum", TB().Area(0, 3, 0, 0).Sum(), true},
       {"space and fixed function", TB().Attr(AttrSpace, 0x0100).Int(3).Int(4).Func(39), true},
       {"relative token in a name", TB().RefN(1, 1), true, TokensForName},
+      {"memory marker over a union",
+       TB().Byte(ptgMemFunc | ClassReference)
+           .Word(15)
+           .Ref(0, 0, ClassReference)
+           .Ref(1, 1, ClassReference)
+           .Op(ptgUnion)
+           .Op(ptgParen),
+       true},
       {"underflow", TB().Int(1).Op(ptgAdd), false},
       {"two values left", TB().Int(1).Int(2), false},
       {"unknown opcode", TB().Int(1).Byte(0x1A), false},

@@ -121,7 +121,7 @@ struct HandlerTest : testing::Test {
     cell.col = Area(at).firstCol;
     cell.xf = 15;
     cell.value = v;
-    ASSERT_TRUE(StoreCell(book, sheet, &cell, 0, 0));
+    ASSERT_TRUE(StoreCell(book, sheet, &cell, StoreOnly, KeepRowHeight));
   }
   int32_t Link(int32_t first, int32_t last) {
     LinkRequest request{book, book, first, last};

@@ -8,43 +8,16 @@
 #include <span>
 #include <vector>
 
-#include "formula/evaluator.h"
-#include "formula/parser.h"
-#include "functions/handler_fixture.h"
+#include "functions/formula_fixture.h"
 #include "functions/handlers.h"
 #include "functions/numeric.h"
 
 namespace {
 
-// Numbers as the sheet shows them, to 15 digits with "." for the decimal point, and arrays as
-// {a,b;c,d}; anything else in the short form of the handler tests.
-std::string Shown(const Value& v) {
-  char number[40];
-  if (v.tag == ValueNumber) {
-    std::snprintf(number, sizeof number, "%.15g", v.number);
-    return number;
-  }
-  if (v.tag != ValueArray) return Show(v);
-  std::string s;
-  for (uint32_t i = 0; i < uint32_t{v.rows} * v.columns; i++) {
-    s += i == 0 ? "" : i % v.columns ? "," : ";";  // piece by piece: GCC 12's -Wrestrict
-    s += Shown(v.elements[i]);
-  }
-  s.insert(s.begin(), '{');
-  s += '}';
-  return s;
-}
-
-// A function and the calls made of it: the arguments as typed, and the result.
-struct Calls {
-  const char16_t* function;
-  std::vector<std::pair<const char16_t*, const char*>> calls;
-};
-
 // Column A holds one value of each kind with a gap in A9, column B the amounts beside them (10,
 // 20... 110), for SOMME.SI and NB.SI. G1:H3 hold numbers and a text, I1:I2 texts only; D1:D5 a
 // column with a subtotal in D3 and a text, E1 an error.
-struct MathTest : HandlerTest {
+struct MathTest : FormulaTest {
   void SetUp() override {
     Open({});
     const std::pair<const char*, Value> cells[] = {
@@ -63,38 +36,14 @@ struct MathTest : HandlerTest {
       Put(0, cell.c_str(), NumberValue(i * 10));
     }
     // A subtotal cell, left dirty so that the first read calculates it.
-    ParseContext pc{book, 0, 1, 2, 3, 0, 0};
+    ParseContext pc{book, 0, A1Style, 2, 3, ReferencesAsWritten, SingleCellFormula};
     Cell cell{};
     cell.row = 2;
     cell.col = 3;
     ASSERT_EQ(CompileFormula(&pc, u"=SOUS.TOTAL(9;D1:D2)", ClassCodeValue, &cell.formula),
               CompileOk);
-    ASSERT_TRUE(StoreCell(book, 0, &cell, 0, 0));
+    ASSERT_TRUE(StoreCell(book, 0, &cell, StoreOnly, KeepRowHeight));
     CellAt(&GetSheet(book, 0)->cells, 2, 3)->state = CellDirty;
-  }
-
-  // Compiles and evaluates a formula in U21.
-  std::string Eval(const char16_t* formula) {
-    ParseContext pc{book, 0, 1, 20, 20, 0, 0};
-    FormulaTokens tokens{};
-    if (CompileFormula(&pc, formula, ClassCodeValue, &tokens) != CompileOk) return "not compiled";
-    Value v{};
-    Evaluate(&tokens, &v, &ctx);
-    std::string s = Shown(v);
-    FreeValue(&v);
-    FreeTokens(&tokens);
-    return s;
-  }
-  void ExpectCalls(std::span<const Calls> rows) {
-    for (const Calls& row : rows)
-      for (const auto& [arguments, expected] : row.calls) {
-        std::u16string formula = u"=";
-        formula += row.function;
-        formula += u"(";
-        formula += arguments;
-        formula += u")";
-        EXPECT_EQ(Eval(formula.c_str()), expected) << TextToUtf8(formula.c_str());
-      }
   }
 };
 

@@ -40,7 +40,7 @@ struct UndoTest : testing::Test {
 
 FormulaTokens Compile(uint32_t book, uint32_t sheet, const char16_t* text, uint16_t row = 0,
                       uint8_t col = 0, ClassCode root = ClassCodeValue) {
-  ParseContext ctx{book, sheet, 1, row, col, 0, 0};
+  ParseContext ctx{book, sheet, A1Style, row, col, ReferencesAsWritten, SingleCellFormula};
   FormulaTokens tokens{};
   EXPECT_EQ(CompileFormula(&ctx, text, root, &tokens), CompileOk) << TextToUtf8(text);
   return tokens;
@@ -68,7 +68,7 @@ void Put(uint32_t book, uint32_t sheet, const std::u16string& items) {
       proto.value = TextValue(TextDuplicate(text.c_str() + 1));
     else if (!text.empty())
       proto.value = NumberValue(std::stod(TextToUtf8(text.c_str())));
-    ASSERT_TRUE(StoreCell(book, sheet, &proto, 1, 0));
+    ASSERT_TRUE(StoreCell(book, sheet, &proto, StoreAndRecalc, KeepRowHeight));
   }
 }
 
