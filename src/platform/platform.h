@@ -289,6 +289,23 @@ enum PlatformChild : int32_t {
   ChildStatusBar = 11,
 };
 
+// A menu bar or a toolbar as a flat list, in order. A menu of the bar has depth 0, its items depth
+// 1, the items of a submenu depth 2. A popup has command 0; a separator has a null text. Texts
+// mark the access key with "&" and may end with "\t" and the shortcut ("Ctrl+N"), which the
+// platform binds to the command.
+struct MenuEntry {
+  int32_t depth;
+  int32_t command;
+  const char16_t* text;
+};
+
+// The bands above the grid.
+enum PlatformBand : int32_t {
+  BandStandardBar = 7,
+  BandFormulaBar = 9,
+  BandFormatBar = 12,
+};
+
 // ---------------------------------------------------------------------------------------------
 // The platform: one table, installed once before the shell starts.
 struct Platform {
@@ -379,6 +396,12 @@ struct Platform {
 
   // Runs the event loop, handing every event to handler, until requestQuit; returns its code.
   int32_t (*run)(PlatformEventHandler handler);
+
+  // The menu bar and the toolbars, replaced whole (the recent files change the File menu).
+  void (*setMenus)(const MenuEntry* entries, int32_t count);
+  void (*setToolbar)(PlatformBand band, const MenuEntry* entries, int32_t count);
+  void (*showBand)(PlatformBand band, int32_t visible);
+  int32_t (*statusBarHeight)();
 };
 
 // The installed platform; the shell reads it, the program's start-up or a test sets it.

@@ -440,6 +440,20 @@ static int32_t RunOp(PlatformEventHandler) {
   return TestState.quitCode;
 }
 
+static void SetMenusOp(const MenuEntry* entries, int32_t count) {
+  TestState.menuTexts.clear();
+  for (int32_t i = 0; i < count; i++) {
+    TestState.menuTexts.push_back(entries[i].text ? entries[i].text : u"-");
+  }
+}
+static void SetToolbarOp(PlatformBand, const MenuEntry*, int32_t) {}
+static void ShowBandOp(PlatformBand band, int32_t visible) {
+  TestState.bandsShown[band] = visible;
+}
+static int32_t StatusBarHeightOp() {
+  return 20;
+}
+
 static const Platform TestPlatformTable = {
     CreateFontOp,
     DeleteFontOp,
@@ -488,6 +502,10 @@ static const Platform TestPlatformTable = {
     LocalTimeOp,
     MillisecondsOp,
     RunOp,
+    SetMenusOp,
+    SetToolbarOp,
+    ShowBandOp,
+    StatusBarHeightOp,
 };
 
 void InstallTestPlatform() {
