@@ -286,3 +286,17 @@ void FnDroiteReg(Value* args, Value* result, const EvalContext* ctx);
 void FnLogReg(Value* args, Value* result, const EvalContext* ctx);
 void FnTendance(Value* args, Value* result, const EvalContext* ctx);
 void FnCroissance(Value* args, Value* result, const EvalContext* ctx);
+
+// database.cpp
+void FnBdEcartype(Value* args, Value* result, const EvalContext* ctx);
+void FnBdEcartypeP(Value* args, Value* result, const EvalContext* ctx);
+void FnBdLire(Value* args, Value* result, const EvalContext* ctx);
+void FnBdMax(Value* args, Value* result, const EvalContext* ctx);
+void FnBdMin(Value* args, Value* result, const EvalContext* ctx);
+void FnBdMoyenne(Value* args, Value* result, const EvalContext* ctx);
+void FnBdNb(Value* args, Value* result, const EvalContext* ctx);
+void FnBdNbVal(Value* args, Value* result, const EvalContext* ctx);
+void FnBdProduit(Value* args, Value* result, const EvalContext* ctx);
+void FnBdSomme(Value* args, Value* result, const EvalContext* ctx);
+void FnBdVar(Value* args, Value* result, const EvalContext* ctx);
+void FnBdVarP(Value* args, Value* result, const EvalContext* ctx);
