@@ -300,3 +300,20 @@ void FnBdProduit(Value* args, Value* result, const EvalContext* ctx);
 void FnBdSomme(Value* args, Value* result, const EvalContext* ctx);
 void FnBdVar(Value* args, Value* result, const EvalContext* ctx);
 void FnBdVarP(Value* args, Value* result, const EvalContext* ctx);
+
+// engineering.cpp
+void FnBinDec(Value* args, Value* result, const EvalContext* ctx);
+void FnBinHex(Value* args, Value* result, const EvalContext* ctx);
+void FnBinOct(Value* args, Value* result, const EvalContext* ctx);
+void FnDecBin(Value* args, Value* result, const EvalContext* ctx);
+void FnDecHex(Value* args, Value* result, const EvalContext* ctx);
+void FnDecOct(Value* args, Value* result, const EvalContext* ctx);
+void FnDelta(Value* args, Value* result, const EvalContext* ctx);
+void FnFactDouble(Value* args, Value* result, const EvalContext* ctx);
+void FnHexBin(Value* args, Value* result, const EvalContext* ctx);
+void FnHexDec(Value* args, Value* result, const EvalContext* ctx);
+void FnHexOct(Value* args, Value* result, const EvalContext* ctx);
+void FnOctBin(Value* args, Value* result, const EvalContext* ctx);
+void FnOctDec(Value* args, Value* result, const EvalContext* ctx);
+void FnOctHex(Value* args, Value* result, const EvalContext* ctx);
+void FnSupSeuil(Value* args, Value* result, const EvalContext* ctx);
