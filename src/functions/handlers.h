@@ -286,3 +286,34 @@ void FnDroiteReg(Value* args, Value* result, const EvalContext* ctx);
 void FnLogReg(Value* args, Value* result, const EvalContext* ctx);
 void FnTendance(Value* args, Value* result, const EvalContext* ctx);
 void FnCroissance(Value* args, Value* result, const EvalContext* ctx);
+
+// database.cpp
+void FnBdEcartype(Value* args, Value* result, const EvalContext* ctx);
+void FnBdEcartypeP(Value* args, Value* result, const EvalContext* ctx);
+void FnBdLire(Value* args, Value* result, const EvalContext* ctx);
+void FnBdMax(Value* args, Value* result, const EvalContext* ctx);
+void FnBdMin(Value* args, Value* result, const EvalContext* ctx);
+void FnBdMoyenne(Value* args, Value* result, const EvalContext* ctx);
+void FnBdNb(Value* args, Value* result, const EvalContext* ctx);
+void FnBdNbVal(Value* args, Value* result, const EvalContext* ctx);
+void FnBdProduit(Value* args, Value* result, const EvalContext* ctx);
+void FnBdSomme(Value* args, Value* result, const EvalContext* ctx);
+void FnBdVar(Value* args, Value* result, const EvalContext* ctx);
+void FnBdVarP(Value* args, Value* result, const EvalContext* ctx);
+
+// engineering.cpp
+void FnBinDec(Value* args, Value* result, const EvalContext* ctx);
+void FnBinHex(Value* args, Value* result, const EvalContext* ctx);
+void FnBinOct(Value* args, Value* result, const EvalContext* ctx);
+void FnDecBin(Value* args, Value* result, const EvalContext* ctx);
+void FnDecHex(Value* args, Value* result, const EvalContext* ctx);
+void FnDecOct(Value* args, Value* result, const EvalContext* ctx);
+void FnDelta(Value* args, Value* result, const EvalContext* ctx);
+void FnFactDouble(Value* args, Value* result, const EvalContext* ctx);
+void FnHexBin(Value* args, Value* result, const EvalContext* ctx);
+void FnHexDec(Value* args, Value* result, const EvalContext* ctx);
+void FnHexOct(Value* args, Value* result, const EvalContext* ctx);
+void FnOctBin(Value* args, Value* result, const EvalContext* ctx);
+void FnOctDec(Value* args, Value* result, const EvalContext* ctx);
+void FnOctHex(Value* args, Value* result, const EvalContext* ctx);
+void FnSupSeuil(Value* args, Value* result, const EvalContext* ctx);

@@ -299,6 +299,8 @@ int GatherReference(Gathered* g, const Value* v, const EvalContext* ctx) {
   return WalkReferenceTarget(&t, GatherVisit, g);
 }
 
+}  // namespace
+
 Value Subtotal(uint32_t function, const NumberList* list, double nonEmpty) {
   const double* x = list->items;
   uint32_t n = list->count;
@@ -331,8 +333,6 @@ Value Subtotal(uint32_t function, const NumberList* list, double nonEmpty) {
       return NumberValue(out);
   }
 }
-
-}  // namespace
 
 // SOMME, the plain form of the shared argument walk, which the other aggregates vary.
 void FnSomme(Value* args, Value* result, const EvalContext* ctx) {

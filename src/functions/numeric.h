@@ -78,6 +78,12 @@ int MomentsVariance(const Moments* m, int sample, int root, double* out);
 int ListMean(const double* x, uint32_t count, double* out);
 int ListVariance(const double* x, uint32_t count, int sample, int root, double* out);
 
+// One of the eleven aggregates that SOUS.TOTAL and the database functions share, numbered as
+// SOUS.TOTAL numbers them (1 MOYENNE, 2 NB, 3 NBVAL, 4 MAX, 5 MIN, 6 PRODUIT, 7 ECARTYPE,
+// 8 ECARTYPEP, 9 SOMME, 10 VAR, 11 VAR.P), over the numbers gathered and, for NBVAL, the count of
+// values that are not empty. Defined with SOUS.TOTAL.
+Value Subtotal(uint32_t function, const NumberList* list, double nonEmpty);
+
 // Reads the number arguments of slots 0 to count - 1 into `out`, left to right, the first that
 // fails deciding the error in `result`. An empty slot, an optional argument left out, keeps the
 // default the caller put in `out`. Returns 0 on an error.
