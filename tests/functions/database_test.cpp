@@ -21,7 +21,11 @@ struct DatabaseTest : FormulaTest {
     Put(0, "A3", Text(u"Poirier"));
     const char16_t* trees[] = {u"Pommier", u"Poirier", u"Cerisier", u"Pommier",
                                u"Poirier", u"Pommier", u"Orme"};
-    for (int r = 0; r < 7; r++) Put(0, ("A" + std::to_string(r + 5)).c_str(), Text(trees[r]));
+    for (int r = 0; r < 7; r++) {
+      std::string address = "A";
+      address += std::to_string(r + 5);
+      Put(0, address.c_str(), Text(trees[r]));
+    }
     Column("B5", {18, 12, 13, 14, 9, 8, 20});
     Column("C5", {20, 12, 14, 15, 8, 9, 30});
     Column("D5", {14, 10, 9, 10, 8, 6, 1});
