@@ -28,7 +28,6 @@ const char16_t ArrayPartMessage[] = u"Vous ne pouvez pas modifier partie d'une m
 const char16_t ArrayMergedMessage[] = u"Matrices ne sont pas valides dans les cellules fusionnées";
 const char16_t MergedPartMessage[] = u"Vous ne pouvez pas modifier partie d'une cellule fusionnée";
 
-
 static int32_t PlatformMessage(const char16_t* text, const char16_t* caption, uint32_t flags) {
   return gPlatform->messageBox(text, caption, flags);
 }

@@ -14,7 +14,6 @@
 #include "shell/resources.h"
 #include "shell/view.h"
 
-
 const Range* MergeAt(uint32_t row, uint32_t col) {
   return FindMerge(CurrentSheet(), row, col);
 }
