@@ -119,8 +119,7 @@ int SelectRecords(Value* args, Value* result, const EvalContext* ctx, bool field
       return 0;
     }
   }
-  Selection s{table, criteria, tested,
-              ctx->book < App.workbookCount ? GetWorkbook(ctx->book)->date1904 : 0};
+  Selection s{table, criteria, tested, ContextDate1904(ctx)};
   for (uint32_t r = 1; r < table->rows; r++)
     if (Selected(&s, r) && !visit(r)) return 0;
   return 1;

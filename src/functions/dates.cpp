@@ -21,8 +21,7 @@ namespace {
 constexpr double SecondsPerDay = 86400;
 
 int32_t Offset(const EvalContext* ctx) {
-  bool date1904 = ctx->book < App.workbookCount && GetWorkbook(ctx->book)->date1904;
-  return date1904 ? Date1904Offset : 0;
+  return ContextDate1904(ctx) ? Date1904Offset : 0;
 }
 
 // A date argument as a day of the 1900 system. Returns 0 with the error in `result` when it does
@@ -309,29 +308,31 @@ void FnDateDif(Value* args, Value* result, const EvalContext* ctx) {
   *result = NumberValue(value);
 }
 
-void FnFinMois(Value* args, Value* result, const EvalContext* ctx) {
-  int32_t day, months, y, m, d;
+// Reads a date and a count of months, and moves the date's month by that count: the year and
+// month land in *y and *m, the day of the month stays in *d. Returns 0 with the error in *result.
+static int ShiftedMonth(Value* args, Value* result, const EvalContext* ctx, int32_t* y, int32_t* m,
+                        int32_t* d) {
+  int32_t day, months;
   if (!DayArg(&args[0], result, ctx, &day) || !IntegerFromArg(&args[1], result, ctx, 0, &months))
-    return;
-  SerialToDate(day, &y, &m, &d);
-  AddMonths(&y, &m, months);
-  if (y < 1900 || y > 9999) {
+    return 0;
+  SerialToDate(day, y, m, d);
+  AddMonths(y, m, months);
+  if (*y < 1900 || *y > 9999) {
     *result = ErrorValue(ErrNum);
-    return;
+    return 0;
   }
+  return 1;
+}
+
+void FnFinMois(Value* args, Value* result, const EvalContext* ctx) {
+  int32_t y, m, d;
+  if (!ShiftedMonth(args, result, ctx, &y, &m, &d)) return;
   DayResult(DateToSerial(y, m, DaysInMonth(y, m)), result, ctx);
 }
 
 void FnMoisDecaler(Value* args, Value* result, const EvalContext* ctx) {
-  int32_t day, months, y, m, d;
-  if (!DayArg(&args[0], result, ctx, &day) || !IntegerFromArg(&args[1], result, ctx, 0, &months))
-    return;
-  SerialToDate(day, &y, &m, &d);
-  AddMonths(&y, &m, months);
-  if (y < 1900 || y > 9999) {
-    *result = ErrorValue(ErrNum);
-    return;
-  }
+  int32_t y, m, d;
+  if (!ShiftedMonth(args, result, ctx, &y, &m, &d)) return;
   int32_t length = DaysInMonth(y, m);
   DayResult(DateToSerial(y, m, d < length ? d : length), result, ctx);
 }

@@ -164,13 +164,9 @@ double DecliningPeriod(double cost, double salvage, double life, double factor, 
   return amount;
 }
 
-int Date1904(const EvalContext* ctx) {
-  return ctx->book < App.workbookCount ? GetWorkbook(ctx->book)->date1904 : 0;
-}
-
 // A date argument as a serial of the 1900 system, whatever the workbook's own system.
 int32_t SerialOf(double date, const EvalContext* ctx) {
-  return TruncateToInt32(date) + (Date1904(ctx) ? Date1904Offset : 0);
+  return TruncateToInt32(date) + (ContextDate1904(ctx) ? Date1904Offset : 0);
 }
 
 // The year fraction between two date arguments, in either order. Returns 0 for an unknown basis.
@@ -186,22 +182,25 @@ double FractionScale(double fraction) {
 
 }  // namespace
 
-void FnVpm(Value* args, Value* result, const EvalContext* ctx) {
+// VPM, VC and VA: read the five numbers and hand them to one annuity solver, the type cut to a
+// whole number.
+static void AnnuityResult(Value* args, Value* result, const EvalContext* ctx,
+                          double (*solve)(double, double, double, double, double)) {
   double v[5] = {};
   if (!ReadNumbers(args, 5, v, result, ctx)) return;
-  *result = NumberValue(Payment(v[0], v[1], v[2], v[3], Truncate32(v[4])));
+  *result = NumberValue(solve(v[0], v[1], v[2], v[3], Truncate32(v[4])));
+}
+
+void FnVpm(Value* args, Value* result, const EvalContext* ctx) {
+  AnnuityResult(args, result, ctx, Payment);
 }
 
 void FnVc(Value* args, Value* result, const EvalContext* ctx) {
-  double v[5] = {};
-  if (!ReadNumbers(args, 5, v, result, ctx)) return;
-  *result = NumberValue(FutureValue(v[0], v[1], v[2], v[3], Truncate32(v[4])));
+  AnnuityResult(args, result, ctx, FutureValue);
 }
 
 void FnVa(Value* args, Value* result, const EvalContext* ctx) {
-  double v[5] = {};
-  if (!ReadNumbers(args, 5, v, result, ctx)) return;
-  *result = NumberValue(PresentValue(v[0], v[1], v[2], v[3], Truncate32(v[4])));
+  AnnuityResult(args, result, ctx, PresentValue);
 }
 
 void FnNpm(Value* args, Value* result, const EvalContext* ctx) {

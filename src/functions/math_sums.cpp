@@ -200,10 +200,6 @@ uint64_t VisitArea(const SheetArea* a, bool withBlanks, AreaVisitor visit, void*
   return stored;
 }
 
-int Date1904(const EvalContext* ctx) {
-  return ctx->book < App.workbookCount ? GetWorkbook(ctx->book)->date1904 : 0;
-}
-
 struct ConditionalSum {
   const Criterion* criterion;
   const SheetArea* sumArea;  // null: the matching cells themselves are added
@@ -445,7 +441,7 @@ void FnSommeSi(Value* args, Value* result, const EvalContext* ctx) {
   }
   ReduceToScalar(&args[1], ctx);
   Criterion criterion;
-  PrepareCriterion(&criterion, &args[1], Date1904(ctx));
+  PrepareCriterion(&criterion, &args[1], ContextDate1904(ctx));
   ConditionalSum s{&criterion, args[2].tag != ValueEmpty ? &sumArea : nullptr, 0};
   // A blank that matches adds nothing of its own, but may add the cell beside it.
   const Value blank{};
@@ -462,7 +458,7 @@ void FnNbSi(Value* args, Value* result, const EvalContext* ctx) {
   }
   ReduceToScalar(&args[1], ctx);
   Criterion criterion;
-  PrepareCriterion(&criterion, &args[1], Date1904(ctx));
+  PrepareCriterion(&criterion, &args[1], ContextDate1904(ctx));
   MatchCount m{&criterion, 0};
   if (range->tag == ValueRef || range->tag == ValueRefList) {
     SheetArea area;

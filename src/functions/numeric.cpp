@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "base/alloc.h"
+#include "model/workbook.h"
 
 double RoundHalfAway(double x) {
   if (x < 0) return -std::floor(0.5 - x);
@@ -30,6 +31,10 @@ double Combinations(int32_t n, int32_t k) {
   double top = n;
   for (int32_t i = k; i >= 1; i--) result = top-- * result / i;
   return result;
+}
+
+int ContextDate1904(const EvalContext* ctx) {
+  return ctx->book < App.workbookCount ? GetWorkbook(ctx->book)->date1904 : 0;
 }
 
 int NumberFromArg(Value* a, Value* result, const EvalContext* ctx, double* out) {

@@ -36,6 +36,9 @@ int Determinant(const double* m, uint32_t n, double* out);
 
 // The standard prologue for a number argument: converts `a` in place. Returns 0 with the error in
 // `result` when it does not convert.
+// Non-zero when the workbook of the calling cell counts dates from 1904.
+int ContextDate1904(const EvalContext* ctx);
+
 int NumberFromArg(Value* a, Value* result, const EvalContext* ctx, double* out);
 // The same for a whole number: the value cut to a 32-bit integer, or `fallback` for an empty slot.
 int IntegerFromArg(Value* a, Value* result, const EvalContext* ctx, int32_t fallback, int32_t* out);

@@ -408,8 +408,7 @@ void FnCnum(Value* args, Value* result, const EvalContext* ctx) {
   }
   const char16_t* text;
   if (!TextFromArg(&args[0], result, ctx, &text)) return;
-  int date1904 = ctx->book < App.workbookCount ? GetWorkbook(ctx->book)->date1904 : 0;
-  TextToValue(&args[0], date1904);
+  TextToValue(&args[0], ContextDate1904(ctx));
   *result = args[0].tag == ValueNumber ? args[0] : ErrorValue(ErrValue);
 }
 

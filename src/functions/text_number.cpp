@@ -22,10 +22,6 @@ void TextResult(const char16_t* text, Value* result) {
   *result = copy ? TextValue(copy) : ErrorValue(ErrNA);
 }
 
-int DateSystem(const EvalContext* ctx) {
-  return ctx->book < App.workbookCount ? GetWorkbook(ctx->book)->date1904 : 0;
-}
-
 // The decimals argument: 2 when it is left out; above MaxDecimals gives #VALUE!.
 int DecimalsArg(Value* a, Value* result, const EvalContext* ctx, int32_t* decimals) {
   *decimals = 2;
@@ -78,11 +74,11 @@ void FnTexte(Value* args, Value* result, const EvalContext* ctx) {
   }
   double value;
   if (!NumberFromArg(&args[0], result, ctx, &value)) return;
-  if (FormatOutsideCalendar(value, code, DateSystem(ctx))) {
+  if (FormatOutsideCalendar(value, code, ContextDate1904(ctx))) {
     *result = ErrorValue(ErrValue);
     return;
   }
-  TextResult(FormatNumber(value, code, DateSystem(ctx), nullptr, 0, nullptr), result);
+  TextResult(FormatNumber(value, code, ContextDate1904(ctx), nullptr, 0, nullptr), result);
 }
 
 void FnCtxt(Value* args, Value* result, const EvalContext* ctx) {
@@ -105,8 +101,9 @@ void FnCtxt(Value* args, Value* result, const EvalContext* ctx) {
   if (decimals > 0) code[length++] = u'.';
   for (int32_t k = 0; k < decimals; k++) code[length++] = u'0';
   code[length] = 0;
-  TextResult(FormatNumber(RoundAt(number, decimals), code, DateSystem(ctx), nullptr, 0, nullptr),
-             result);
+  TextResult(
+      FormatNumber(RoundAt(number, decimals), code, ContextDate1904(ctx), nullptr, 0, nullptr),
+      result);
 }
 
 void FnFranc(Value* args, Value* result, const EvalContext* ctx) {
@@ -115,8 +112,9 @@ void FnFranc(Value* args, Value* result, const EvalContext* ctx) {
   if (!NumberFromArg(&args[0], result, ctx, &number)) return;
   if (!DecimalsArg(&args[1], result, ctx, &decimals)) return;
   const char16_t* code = CurrencyFormatCode(decimals > 0 ? decimals : 0);
-  TextResult(FormatNumber(RoundAt(number, decimals), code, DateSystem(ctx), nullptr, 0, nullptr),
-             result);
+  TextResult(
+      FormatNumber(RoundAt(number, decimals), code, ContextDate1904(ctx), nullptr, 0, nullptr),
+      result);
 }
 
 void FnUsDollar(Value* args, Value* result, const EvalContext* ctx) {
@@ -135,19 +133,20 @@ void FnUsDollar(Value* args, Value* result, const EvalContext* ctx) {
     if (section) code[length++] = u')';
   }
   code[length] = 0;
-  TextResult(FormatNumber(RoundAt(number, decimals), code, DateSystem(ctx), nullptr, 0, nullptr),
-             result);
+  TextResult(
+      FormatNumber(RoundAt(number, decimals), code, ContextDate1904(ctx), nullptr, 0, nullptr),
+      result);
 }
 
 void FnDateString(Value* args, Value* result, const EvalContext* ctx) {
   double serial;
   if (!NumberFromArg(&args[0], result, ctx, &serial)) return;
   const char16_t* code = u"yy\"\u5E74\"mm\"\u6708\"dd\"\u65E5\"";
-  if (FormatOutsideCalendar(serial, code, DateSystem(ctx))) {
+  if (FormatOutsideCalendar(serial, code, ContextDate1904(ctx))) {
     *result = ErrorValue(ErrValue);
     return;
   }
-  TextResult(FormatNumber(serial, code, DateSystem(ctx), nullptr, 0, nullptr), result);
+  TextResult(FormatNumber(serial, code, ContextDate1904(ctx), nullptr, 0, nullptr), result);
 }
 
 namespace {
