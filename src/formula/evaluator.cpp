@@ -432,10 +432,16 @@ static void TranslateToThisBook(Value* v, uint32_t otherBook, const EvalContext*
   }
 }
 
+// An add-in function by the name a file calls it: the table's own name, or the English one that
+// workbooks from English programs use.
 static int32_t FindAddIn(const char16_t* text) {
   const FunctionTables* t = ActiveFunctionTables();
-  for (uint32_t i = 0; i < t->addInCount; i++)
-    if (t->addIn[i].name && EqualTextNoCase(t->addIn[i].name, text)) return static_cast<int32_t>(i);
+  for (uint32_t i = 0; i < t->addInCount; i++) {
+    const char16_t* english = AddInEnglishName(i);
+    if ((t->addIn[i].name && EqualTextNoCase(t->addIn[i].name, text)) ||
+        (english && EqualTextNoCase(english, text)))
+      return static_cast<int32_t>(i);
+  }
   return -1;
 }
 

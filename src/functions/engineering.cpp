@@ -1,9 +1,10 @@
-// The engineering functions: DELTA and SUP.SEUIL, FACTDOUBLE, and the conversions between
-// binary, octal, decimal and hexadecimal. Binary, octal and hexadecimal numbers have at most ten
-// digits; a ten-digit number whose top digit has its high bit set is negative, in two's complement
-// over the ten digits.
+// The engineering functions: DELTA and SUP.SEUIL, FACTDOUBLE, the Bessel functions of whole
+// order, and the conversions between binary, octal, decimal and hexadecimal. Binary, octal and
+// hexadecimal numbers have at most ten digits; a ten-digit number whose top digit has its high bit
+// set is negative, in two's complement over the ten digits.
 #include <cmath>
 #include <cstdio>
+#include <stdexcept>
 
 #include "base/text.h"
 #include "functions/aggregate.h"
@@ -124,7 +125,65 @@ int ReadPair(Value* args, Value* result, const EvalContext* ctx, double* pair) {
   return ReadNumbers(args, 2, pair, result, ctx);
 }
 
+enum BesselKind { BesselFirst, BesselSecond, BesselModifiedFirst, BesselModifiedSecond };
+
+// Orders above this give #NUM!: the recurrences behind the library's routines grow with the order,
+// and no such order is of practical use.
+constexpr double MaxBesselOrder = 1000;
+
+// J, Y, I or K of whole order n at x, from the standard library's special functions. J and I of a
+// negative x follow from their parity; Y and K exist for x above 0 only. The library reports a
+// failed evaluation by throwing, which is caught here at the only place it is called.
+int Bessel(BesselKind kind, double x, double n, double* out) {
+  if ((kind == BesselSecond || kind == BesselModifiedSecond) && !(x > 0)) return 0;
+  double sign = x < 0 && std::fmod(n, 2) != 0 ? -1 : 1;
+  double ax = std::fabs(x);
+  try {
+    switch (kind) {
+      case BesselFirst:
+        *out = sign * std::cyl_bessel_j(n, ax);
+        break;
+      case BesselSecond:
+        *out = std::cyl_neumann(n, ax);
+        break;
+      case BesselModifiedFirst:
+        *out = sign * std::cyl_bessel_i(n, ax);
+        break;
+      case BesselModifiedSecond:
+        *out = std::cyl_bessel_k(n, ax);
+        break;
+    }
+  } catch (const std::exception&) {
+    return 0;
+  }
+  return std::isfinite(*out);
+}
+
+// The four handlers: x, then the order cut to a whole number, from 0 up.
+void BesselFunction(Value* args, Value* result, const EvalContext* ctx, BesselKind kind) {
+  double xn[2] = {};
+  if (!ReadNumbers(args, 2, xn, result, ctx)) return;
+  double n = std::trunc(xn[1]), value;
+  if (n < 0 || n > MaxBesselOrder || !std::isfinite(xn[0]) || !Bessel(kind, xn[0], n, &value))
+    *result = ErrorValue(ErrNum);
+  else
+    *result = NumberValue(value);
+}
+
 }  // namespace
+
+void FnBesselJ(Value* args, Value* result, const EvalContext* ctx) {
+  BesselFunction(args, result, ctx, BesselFirst);
+}
+void FnBesselY(Value* args, Value* result, const EvalContext* ctx) {
+  BesselFunction(args, result, ctx, BesselSecond);
+}
+void FnBesselI(Value* args, Value* result, const EvalContext* ctx) {
+  BesselFunction(args, result, ctx, BesselModifiedFirst);
+}
+void FnBesselK(Value* args, Value* result, const EvalContext* ctx) {
+  BesselFunction(args, result, ctx, BesselModifiedSecond);
+}
 
 void FnDelta(Value* args, Value* result, const EvalContext* ctx) {
   double pair[2];

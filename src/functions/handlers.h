@@ -302,6 +302,10 @@ void FnBdVar(Value* args, Value* result, const EvalContext* ctx);
 void FnBdVarP(Value* args, Value* result, const EvalContext* ctx);
 
 // engineering.cpp
+void FnBesselI(Value* args, Value* result, const EvalContext* ctx);
+void FnBesselJ(Value* args, Value* result, const EvalContext* ctx);
+void FnBesselK(Value* args, Value* result, const EvalContext* ctx);
+void FnBesselY(Value* args, Value* result, const EvalContext* ctx);
 void FnBinDec(Value* args, Value* result, const EvalContext* ctx);
 void FnBinHex(Value* args, Value* result, const EvalContext* ctx);
 void FnBinOct(Value* args, Value* result, const EvalContext* ctx);
@@ -317,3 +321,56 @@ void FnOctBin(Value* args, Value* result, const EvalContext* ctx);
 void FnOctDec(Value* args, Value* result, const EvalContext* ctx);
 void FnOctHex(Value* args, Value* result, const EvalContext* ctx);
 void FnSupSeuil(Value* args, Value* result, const EvalContext* ctx);
+
+// bonds.cpp
+void FnDateCouponPrec(Value* args, Value* result, const EvalContext* ctx);
+void FnDateCouponSuiv(Value* args, Value* result, const EvalContext* ctx);
+void FnDuree(Value* args, Value* result, const EvalContext* ctx);
+void FnDureeModifiee(Value* args, Value* result, const EvalContext* ctx);
+void FnInteretAcc(Value* args, Value* result, const EvalContext* ctx);
+void FnNbCoupons(Value* args, Value* result, const EvalContext* ctx);
+void FnNbJoursCouponPrec(Value* args, Value* result, const EvalContext* ctx);
+void FnNbJoursCouponSuiv(Value* args, Value* result, const EvalContext* ctx);
+void FnNbJoursCoupons(Value* args, Value* result, const EvalContext* ctx);
+void FnPrixDCouponIrreg(Value* args, Value* result, const EvalContext* ctx);
+void FnPrixPCouponIrreg(Value* args, Value* result, const EvalContext* ctx);
+void FnPrixTitre(Value* args, Value* result, const EvalContext* ctx);
+void FnRendDCouponIrreg(Value* args, Value* result, const EvalContext* ctx);
+void FnRendPCouponIrreg(Value* args, Value* result, const EvalContext* ctx);
+void FnRendementTitre(Value* args, Value* result, const EvalContext* ctx);
+
+// bonds_discount.cpp
+void FnInteretAccMat(Value* args, Value* result, const EvalContext* ctx);
+void FnPrixBonTresor(Value* args, Value* result, const EvalContext* ctx);
+void FnPrixTitreEcheance(Value* args, Value* result, const EvalContext* ctx);
+void FnRendementBonTresor(Value* args, Value* result, const EvalContext* ctx);
+void FnRendementSimple(Value* args, Value* result, const EvalContext* ctx);
+void FnRendementTitreEcheance(Value* args, Value* result, const EvalContext* ctx);
+void FnTauxEscompte(Value* args, Value* result, const EvalContext* ctx);
+void FnTauxEscompteR(Value* args, Value* result, const EvalContext* ctx);
+void FnTauxInteret(Value* args, Value* result, const EvalContext* ctx);
+void FnValeurEncaissement(Value* args, Value* result, const EvalContext* ctx);
+void FnValeurNominale(Value* args, Value* result, const EvalContext* ctx);
+
+// complex.cpp
+void FnComplexe(Value* args, Value* result, const EvalContext* ctx);
+void FnComplexeArgument(Value* args, Value* result, const EvalContext* ctx);
+void FnComplexeConjugue(Value* args, Value* result, const EvalContext* ctx);
+void FnComplexeCos(Value* args, Value* result, const EvalContext* ctx);
+void FnComplexeDifference(Value* args, Value* result, const EvalContext* ctx);
+void FnComplexeDiv(Value* args, Value* result, const EvalContext* ctx);
+void FnComplexeExp(Value* args, Value* result, const EvalContext* ctx);
+void FnComplexeImaginaire(Value* args, Value* result, const EvalContext* ctx);
+void FnComplexeLn(Value* args, Value* result, const EvalContext* ctx);
+void FnComplexeLog10(Value* args, Value* result, const EvalContext* ctx);
+void FnComplexeLog2(Value* args, Value* result, const EvalContext* ctx);
+void FnComplexeModule(Value* args, Value* result, const EvalContext* ctx);
+void FnComplexeProduit(Value* args, Value* result, const EvalContext* ctx);
+void FnComplexePuissance(Value* args, Value* result, const EvalContext* ctx);
+void FnComplexeRacine(Value* args, Value* result, const EvalContext* ctx);
+void FnComplexeReel(Value* args, Value* result, const EvalContext* ctx);
+void FnComplexeSin(Value* args, Value* result, const EvalContext* ctx);
+void FnComplexeSomme(Value* args, Value* result, const EvalContext* ctx);
+
+// units.cpp
+void FnConvert(Value* args, Value* result, const EvalContext* ctx);

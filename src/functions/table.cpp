@@ -7,6 +7,7 @@
 extern const FunctionEntry MainFunctionRows[];
 extern const FunctionEntry AddInFunctionRows[];
 extern const uint16_t MainFunctionsByNumber[];
+extern const char16_t* const AddInEnglishNames[];
 extern const uint32_t MainFunctionRowCount;
 extern const uint32_t AddInFunctionRowCount;
 
@@ -96,4 +97,9 @@ const FunctionEntry* FindFunctionByName(const char16_t* name, uint32_t length, i
 
 void NotImplementedFunction(Value*, Value* result, const EvalContext*) {
   *result = BooleanValue(false);
+}
+
+const char16_t* AddInEnglishName(uint32_t index) {
+  const FunctionTables* t = ActiveFunctionTables();
+  return t == &builtInTables && index < t->addInCount ? AddInEnglishNames[index] : nullptr;
 }

@@ -73,5 +73,9 @@ const char16_t* FunctionNameByNumber(uint32_t number);
 // characters at `name`; `isAddIn` (when not null) tells which table answered.
 const FunctionEntry* FindFunctionByName(const char16_t* name, uint32_t length, int* isAddIn);
 
+// The English name of the add-in row at `index` of the built-in table, or null (no such name, or
+// a table put in place by a test).
+const char16_t* AddInEnglishName(uint32_t index);
+
 // The handler of the rows that have no implementation: they parse, compile, save and give FALSE.
 void NotImplementedFunction(Value* args, Value* result, const EvalContext* ctx);
