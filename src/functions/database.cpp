@@ -3,6 +3,8 @@
 // number from 1), and a criteria range: a row of column names over rows of conditions. A record
 // is selected when, in some row of conditions, every condition holds; an empty condition holds
 // always. The selected values go through the aggregates that SOUS.TOTAL computes.
+#include <string>
+
 #include "base/text.h"
 #include "functions/criteria.h"
 #include "functions/handlers.h"
@@ -15,11 +17,20 @@ const Value* At(const Value* array, uint32_t row, uint32_t col) {
   return &array->elements[row * array->columns + col];
 }
 
+// Whether a heading or a name is blank: an empty cell or an empty text.
+bool Blank(const Value* v) {
+  return v->tag == ValueEmpty || (v->tag == ValueText && (!v->text || !v->text[0]));
+}
+
 // The column of `table` whose heading is `name`: texts compare without regard to case, numbers
-// by value. Returns -1 when no column has that heading.
+// by value, and a text that spells a number names a heading of that number. Returns -1 when no
+// column has that heading.
 int32_t HeadingColumn(const Value* table, const Value* name) {
+  double spelled = 0;
+  bool spells = name->tag == ValueText && name->text && TextToNumber(name->text, &spelled);
   for (uint32_t c = 0; c < table->columns; c++) {
     const Value* h = At(table, 0, c);
+    if (h->tag == ValueNumber && spells && h->number == spelled) return static_cast<int32_t>(c);
     if (h->tag != name->tag) continue;
     if (h->tag == ValueText &&
         EqualTextNoCase(h->text ? h->text : u"", name->text ? name->text : u""))
@@ -73,6 +84,19 @@ struct Selection {
   int date1904;
 };
 
+// One condition of a criteria range. A plain text, with no operator and not spelling a number, a
+// boolean or an error, selects the texts that begin with it (its wildcards kept); every other
+// condition tests as SOMME.SI's criterion does.
+bool ConditionHolds(const Value* condition, const Value* value, int date1904) {
+  Criterion c;
+  PrepareCriterion(&c, condition, date1904);
+  if (c.kind != CriterionText || c.restIs != 0) return CriterionMatches(&c, value);
+  if (value->tag != ValueText) return false;
+  std::u16string pattern(c.rest ? c.rest : u"");
+  pattern += u'*';
+  return MatchWildcard(pattern.c_str(), value->text, false);
+}
+
 bool Selected(const Selection* s, uint32_t record) {
   const Value* criteria = s->criteria;
   // A criteria range of headings alone sets no condition.
@@ -82,7 +106,7 @@ bool Selected(const Selection* s, uint32_t record) {
     for (uint32_t c = 0; c < criteria->columns && all; c++) {
       const Value* condition = At(criteria, r, c);
       if (s->tested[c] < 0 || condition->tag == ValueEmpty) continue;
-      all = CriteriaMatch(condition, At(s->table, record, s->tested[c]), s->date1904);
+      all = ConditionHolds(condition, At(s->table, record, s->tested[c]), s->date1904);
     }
     if (all) return true;
   }
@@ -109,12 +133,15 @@ int SelectRecords(Value* args, Value* result, const EvalContext* ctx, bool field
     *result = ErrorValue(ErrValue);
     return 0;
   }
+  // A column without a heading tests nothing, and may hold no condition either: even an empty
+  // text under it is #VALUE!.
   for (uint32_t c = 0; c < criteria->columns; c++) {
     const Value* heading = At(criteria, 0, c);
-    tested[c] = -1;
-    if (heading->tag == ValueEmpty) continue;
-    tested[c] = HeadingColumn(table, heading);
-    if (tested[c] < 0) {
+    tested[c] = Blank(heading) ? -1 : HeadingColumn(table, heading);
+    bool conditions = false;
+    for (uint32_t r = 1; r < criteria->rows; r++)
+      conditions = conditions || At(criteria, r, c)->tag != ValueEmpty;
+    if (tested[c] < 0 && (!Blank(heading) || conditions)) {
       *result = ErrorValue(ErrValue);
       return 0;
     }
@@ -208,10 +235,13 @@ void FnBdVarP(Value* args, Value* result, const EvalContext* ctx) {
 
 // BDLIRE: the field of the one selected record; #VALUE! when none is selected, #NUM! when more
 // than one is.
+// BDLIRE: the field of the one selected record whose field is not blank; none is #VALUE!, more
+// than one #NUM!.
 void FnBdLire(Value* args, Value* result, const EvalContext* ctx) {
   int32_t column = -1;
   uint32_t found = 0, count = 0;
   auto note = [&](uint32_t record) {
+    if (Blank(At(&args[0], record, static_cast<uint32_t>(column)))) return 1;
     found = record;
     if (++count < 2) return 1;
     *result = ErrorValue(ErrNum);
@@ -222,9 +252,6 @@ void FnBdLire(Value* args, Value* result, const EvalContext* ctx) {
     *result = ErrorValue(ErrValue);
     return;
   }
-  const Value* v = At(&args[0], found, static_cast<uint32_t>(column));
-  if (v->tag == ValueEmpty)
-    *result = NumberValue(0);
-  else if (!CopyValue(result, v))
+  if (!CopyValue(result, At(&args[0], found, static_cast<uint32_t>(column))))
     *result = ErrorValue(ErrNA);
 }

@@ -88,4 +88,24 @@ TEST_F(DatabaseTest, AggregatesOverSelectedRecords) {
   ExpectResults(rows, 1e-14);
 }
 
+// A plain text condition selects the texts that begin with it; a column of the criteria without
+// a heading may hold no condition; BDLIRE passes over selected records whose field is blank, and a
+// field named by a text that spells a number finds the heading of that number.
+TEST_F(DatabaseTest, ConditionsAndSingleRecordRules) {
+  Put(0, "G4", NumberValue(7));
+  Put(0, "G11", NumberValue(42));
+  const Expected rows[] = {
+      {u"=BDSOMME(A4:E10;5;{\"Arbre\";\"Po\"})", 397.8},
+      {u"=BDSOMME(A4:E10;5;{\"Arbre\";\"P?m*r\"})", 225},
+      {u"=BDSOMME(A4:E10;5;{\"Arbre\";\"=Po\"})", 0},
+      {u"=BDSOMME(A4:E10;5;{\"Arbre\"\\\"\";\"Pommier\"\\\"x\"})", 0, "#VALUE!"},
+      {u"=BDSOMME(A4:E10;5;{\"Arbre\"\\\"\";\"Pommier\"\\\"\"})", 0, "#VALUE!"},
+      {u"=BDLIRE(A4:E11;\"Âge\";{\"Arbre\";\"Orme\"})", 30},
+      {u"=BDLIRE(A4:G11;\"7\";{\"Hauteur\";\">0\"})", 42},
+      {u"=BDLIRE(A4:G11;\"7\";{\"Arbre\";\"Po\"})", 0, "#VALUE!"},
+      {u"=BDLIRE(A4:E11;\"3\";{\"Arbre\";\"Orme\"})", 0, "#VALUE!"},
+  };
+  ExpectResults(rows, 1e-14);
+}
+
 }  // namespace
