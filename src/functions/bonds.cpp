@@ -78,17 +78,25 @@ CouponPeriod CouponPeriodOf(int32_t settlement, int32_t maturity, int32_t freque
   return p;
 }
 
-// Reads settlement, maturity, frequency and basis from the given slots; settlement must come
-// before maturity, the frequency be 1, 2 or 4 and the basis 0 to 4, or #NUM!.
-int ScheduleArgs(Value* args, int settlementSlot, int frequencySlot, Value* result,
-                 const EvalContext* ctx, int32_t* settlement, int32_t* maturity, int32_t* frequency,
-                 int32_t* basis) {
-  if (!BondDateArg(&args[settlementSlot], result, ctx, settlement) ||
-      !BondDateArg(&args[settlementSlot + 1], result, ctx, maturity) ||
-      !IntegerFromArg(&args[frequencySlot], result, ctx, 0, frequency) ||
-      !IntegerFromArg(&args[frequencySlot + 1], result, ctx, 0, basis))
+// The arguments the regular-coupon rows share: settlement, maturity, `count` numbers (at most
+// three), frequency and basis. Settlement must come before maturity, the frequency be 1, 2 or 4
+// and the basis 0 to 4, and none of the numbers be negative, or #NUM!.
+struct BondTerms {
+  int32_t settlement, maturity, frequency, basis;
+  double number[3];
+};
+
+int ReadBondTerms(Value* args, int count, Value* result, const EvalContext* ctx, BondTerms* t) {
+  t->number[0] = t->number[1] = t->number[2] = 0;
+  if (!BondDateArg(&args[0], result, ctx, &t->settlement) ||
+      !BondDateArg(&args[1], result, ctx, &t->maturity) ||
+      !ReadNumbers(args + 2, count, t->number, result, ctx) ||
+      !IntegerFromArg(&args[2 + count], result, ctx, 0, &t->frequency) ||
+      !IntegerFromArg(&args[3 + count], result, ctx, 0, &t->basis))
     return 0;
-  if (*settlement >= *maturity || !ValidFrequency(*frequency) || !ValidBasis(*basis)) {
+  bool negative = t->number[0] < 0 || t->number[1] < 0 || t->number[2] < 0;
+  if (t->settlement >= t->maturity || !ValidFrequency(t->frequency) || !ValidBasis(t->basis) ||
+      negative) {
     *result = ErrorValue(ErrNum);
     return 0;
   }
@@ -98,9 +106,9 @@ int ScheduleArgs(Value* args, int settlementSlot, int frequencySlot, Value* resu
 // The rows of four arguments: settlement, maturity, frequency, basis.
 void CouponFunction(Value* args, Value* result, const EvalContext* ctx,
                     double (*pick)(const CouponPeriod&, const EvalContext*)) {
-  int32_t settlement, maturity, frequency, basis;
-  if (ScheduleArgs(args, 0, 2, result, ctx, &settlement, &maturity, &frequency, &basis))
-    *result = NumberValue(pick(CouponPeriodOf(settlement, maturity, frequency, basis), ctx));
+  BondTerms t;
+  if (ReadBondTerms(args, 0, result, ctx, &t))
+    GiveNumber(result, pick(CouponPeriodOf(t.settlement, t.maturity, t.frequency, t.basis), ctx));
 }
 
 // A bond with regular coupons: the coupon per 100 of face value and the period's schedule.
@@ -132,42 +140,29 @@ double RegularPriceAt(double y, const void* state) {
 // redemption must be above 0.
 int RegularBondArgs(Value* args, Value* result, const EvalContext* ctx, RegularBond* b,
                     double* fourth) {
-  int32_t settlement, maturity, basis;
-  double v[3] = {};
-  if (!BondDateArg(&args[0], result, ctx, &settlement) ||
-      !BondDateArg(&args[1], result, ctx, &maturity) || !ReadNumbers(args + 2, 3, v, result, ctx) ||
-      !IntegerFromArg(&args[5], result, ctx, 0, &b->frequency) ||
-      !IntegerFromArg(&args[6], result, ctx, 0, &basis))
-    return 0;
-  if (settlement >= maturity || !ValidFrequency(b->frequency) || !ValidBasis(basis) || v[0] < 0 ||
-      v[1] < 0 || v[2] <= 0) {
+  BondTerms t;
+  if (!ReadBondTerms(args, 3, result, ctx, &t)) return 0;
+  if (t.number[2] <= 0) {
     *result = ErrorValue(ErrNum);
     return 0;
   }
-  b->period = CouponPeriodOf(settlement, maturity, b->frequency, basis);
-  b->coupon = 100 * v[0] / b->frequency;
-  b->redemption = v[2];
-  *fourth = v[1];
+  b->frequency = t.frequency;
+  b->period = CouponPeriodOf(t.settlement, t.maturity, t.frequency, t.basis);
+  b->coupon = 100 * t.number[0] / t.frequency;
+  b->redemption = t.number[2];
+  *fourth = t.number[1];
   return 1;
 }
 
 // DUREE and DUREE.MODIFIEE: the mean time to the cash flows of a bond of face value 100, in
 // years, weighted by their present values at the yield.
 int Duration(Value* args, Value* result, const EvalContext* ctx, double* out, double* perPeriod) {
-  int32_t settlement, maturity, frequency, basis;
-  double v[2] = {};
-  if (!BondDateArg(&args[0], result, ctx, &settlement) ||
-      !BondDateArg(&args[1], result, ctx, &maturity) || !ReadNumbers(args + 2, 2, v, result, ctx) ||
-      !IntegerFromArg(&args[4], result, ctx, 0, &frequency) ||
-      !IntegerFromArg(&args[5], result, ctx, 0, &basis))
-    return 0;
-  if (settlement >= maturity || !ValidFrequency(frequency) || !ValidBasis(basis) || v[0] < 0 ||
-      v[1] < 0) {
-    *result = ErrorValue(ErrNum);
-    return 0;
-  }
-  CouponPeriod p = CouponPeriodOf(settlement, maturity, frequency, basis);
-  double coupon = 100 * v[0] / frequency, rate = v[1] / frequency, part = p.remaining / p.length;
+  BondTerms t;
+  if (!ReadBondTerms(args, 2, result, ctx, &t)) return 0;
+  int32_t frequency = t.frequency;
+  CouponPeriod p = CouponPeriodOf(t.settlement, t.maturity, frequency, t.basis);
+  double coupon = 100 * t.number[0] / frequency, rate = t.number[1] / frequency;
+  double part = p.remaining / p.length;
   double weighted = 0, total = 0;
   for (int32_t k = 1; k <= p.count; k++) {
     double t = k - 1 + part;
@@ -338,9 +333,11 @@ int SolveDecreasing(double (*f)(double, const void*), const void* state, double 
   return 1;
 }
 
+// A coupon date before the calendar's first day is #NUM!.
 void FnDateCouponPrec(Value* args, Value* result, const EvalContext* ctx) {
   CouponFunction(args, result, ctx, [](const CouponPeriod& p, const EvalContext* c) {
-    return static_cast<double>(p.previous - (ContextDate1904(c) ? Date1904Offset : 0));
+    int32_t serial = p.previous - (ContextDate1904(c) ? Date1904Offset : 0);
+    return serial < 0 ? NAN : static_cast<double>(serial);
   });
 }
 

@@ -112,6 +112,7 @@ TEST_F(BondsTest, ArgumentChecks) {
       {u"=NB.COUPONS(-1;DATE(2008;11;15);2;0)", "#NUM!"},
       {u"=NB.COUPONS(\"x\";DATE(2008;11;15);2;0)", "#VALUE!"},
       {u"=NB.COUPONS(DATE(2007;1;25,7);DATE(2008;11;15);2,9)", "4"},
+      {u"=DATE.COUPON.PREC(1;200;4;0)", "#NUM!"},
       {u"=PRIX.TITRE(DATE(2008;2;15);DATE(2017;11;15);-1%;6,5%;100;2;0)", "#NUM!"},
       {u"=PRIX.TITRE(DATE(2008;2;15);DATE(2017;11;15);5%;-1%;100;2;0)", "#NUM!"},
       {u"=PRIX.TITRE(DATE(2008;2;15);DATE(2017;11;15);5%;6%;0;2;0)", "#NUM!"},
