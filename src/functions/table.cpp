@@ -9,6 +9,7 @@ extern const FunctionEntry AddInFunctionRows[];
 extern const uint16_t MainFunctionsByNumber[];
 extern const uint32_t MainFunctionRowCount;
 extern const uint32_t AddInFunctionRowCount;
+extern const char16_t* const AddInEnglishNames[];
 
 static FunctionTables builtInTables;
 static const FunctionTables* activeTables;
@@ -92,6 +93,17 @@ const FunctionEntry* FindFunctionByName(const char16_t* name, uint32_t length, i
   e = SearchTable(t->addIn, t->addInCount, name, length);
   if (e && isAddIn) *isAddIn = 1;
   return e;
+}
+
+int32_t FindAddInByFileName(const char16_t* text) {
+  const FunctionTables* t = ActiveFunctionTables();
+  for (uint32_t i = 0; i < t->addInCount; i++)
+    if (t->addIn[i].name && EqualTextNoCase(t->addIn[i].name, text)) return static_cast<int32_t>(i);
+  if (t != &builtInTables) return -1;
+  for (uint32_t i = 0; i < t->addInCount; i++)
+    if (AddInEnglishNames[i] && EqualTextNoCase(AddInEnglishNames[i], text))
+      return static_cast<int32_t>(i);
+  return -1;
 }
 
 void NotImplementedFunction(Value*, Value* result, const EvalContext*) {

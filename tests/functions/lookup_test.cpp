@@ -107,10 +107,12 @@ TEST_F(LookupTest, IndexAndDecalerGiveReferences) {
 
 TEST_F(LookupTest, ReferencesFromTextAndTheirMeasures) {
   const Calls rows[] = {
-      {u"INDIRECT", {{u"\"C2\"", "30"}, {u"\"Feuille2!A1\"", "42"}, {u"\"L2C3\";FAUX", "#VALUE!"}}},
+      {u"INDIRECT", {{u"\"C2\"", "30"}, {u"\"Feuille2!A1\"", "42"}, {u"\"L2C3\";FAUX", "#REF!"}}},
       {u"INDIRECT", {{u"\"R2C3\";FAUX", "30"}, {u"\"R[-19]C[-18]\";FAUX", "30"}}},
-      {u"INDIRECT", {{u"\"x y\"", "#VALUE!"}, {u"1/0", "#DIV/0!"}, {u"\"Nombre\"", "#VALUE!"}}},
-      {u"SOMME", {{u"INDIRECT(\"tiers\")", "90"}, {u"INDIRECT(\"Boucle\")", "#VALUE!"}}},
+      // A text that names no reference is #REF!; an error argument passes as it is.
+      {u"INDIRECT", {{u"\"x y\"", "#REF!"}, {u"1/0", "#DIV/0!"}, {u"\"Nombre\"", "#REF!"}}},
+      {u"INDIRECT", {{u"\"\"", "#REF!"}, {u"\"I3\";FAUX", "#REF!"}, {u"\"8\";FAUX", "#REF!"}}},
+      {u"SOMME", {{u"INDIRECT(\"tiers\")", "90"}, {u"INDIRECT(\"Boucle\")", "#REF!"}}},
       {u"LIGNE", {{u"", "21"}, {u"C5:D9", "5"}, {u"1", "#VALUE!"}}},
       {u"COLONNE", {{u"", "21"}, {u"C5:D9", "3"}}},
       {u"LIGNES", {{u"A1:B5", "5"}, {u"{1;2;3}", "3"}, {u"(A1;B2)", "#REF!"}, {u"7", "1"}}},
