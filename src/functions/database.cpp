@@ -207,11 +207,14 @@ void FnBdVarP(Value* args, Value* result, const EvalContext* ctx) {
 }
 
 // BDLIRE: the field of the one selected record; #VALUE! when none is selected, #NUM! when more
-// than one is.
+// than one is. A record whose field is empty (or an empty text) does not count: the value sought
+// is there or not at all.
 void FnBdLire(Value* args, Value* result, const EvalContext* ctx) {
   int32_t column = -1;
   uint32_t found = 0, count = 0;
   auto note = [&](uint32_t record) {
+    const Value* v = At(&args[0], record, static_cast<uint32_t>(column));
+    if (v->tag == ValueEmpty || (v->tag == ValueText && (!v->text || !v->text[0]))) return 1;
     found = record;
     if (++count < 2) return 1;
     *result = ErrorValue(ErrNum);
@@ -222,9 +225,6 @@ void FnBdLire(Value* args, Value* result, const EvalContext* ctx) {
     *result = ErrorValue(ErrValue);
     return;
   }
-  const Value* v = At(&args[0], found, static_cast<uint32_t>(column));
-  if (v->tag == ValueEmpty)
-    *result = NumberValue(0);
-  else if (!CopyValue(result, v))
+  if (!CopyValue(result, At(&args[0], found, static_cast<uint32_t>(column))))
     *result = ErrorValue(ErrNA);
 }
