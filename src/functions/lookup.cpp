@@ -508,6 +508,19 @@ void FnIndirect(Value* args, Value* result, const EvalContext* ctx) {
   if (result->tag == ValueError) FollowNameOrRefuse(args[0].text, result, ctx);
 }
 
+// Whether ADRESSE's sheet text goes in quotes. A text that starts with a book in brackets
+// ("[Livre1]Feuil1") is a sheet of that book: the quotes, around the whole, are needed only when
+// the sheet's name needs them or the book's name holds a blank or a quote.
+static bool SheetTextNeedsQuotes(const char16_t* sheet) {
+  if (sheet[0] != u'[') return QuoteNeeded(sheet);
+  const char16_t* close = sheet + 1;
+  while (*close && *close != u']') close++;
+  if (!*close || !close[1]) return QuoteNeeded(sheet);
+  for (const char16_t* p = sheet + 1; p < close; p++)
+    if (*p == u' ' || *p == u'\'') return true;
+  return QuoteNeeded(close + 1);
+}
+
 void FnAdresse(Value* args, Value* result, const EvalContext* ctx) {
   double rowArg, colArg, kindArg = 1;
   if (!NumberFromArg(&args[0], result, ctx, &rowArg) ||
@@ -537,7 +550,7 @@ void FnAdresse(Value* args, Value* result, const EvalContext* ctx) {
     cellLength += R1C1Part(u'C', column, !columnAbsolute, cell + cellLength);
   }
   uint32_t sheetLength = TextLength(sheet);
-  bool quote = sheet && QuoteNeeded(sheet);
+  bool quote = sheet && SheetTextNeedsQuotes(sheet);
   uint32_t total = cellLength + (sheet ? sheetLength + 1 + (quote ? 2 : 0) : 0);
   auto* out = static_cast<char16_t*>(Allocate((total + 1) * sizeof(char16_t)));
   if (!out) {

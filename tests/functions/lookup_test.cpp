@@ -139,6 +139,12 @@ TEST_F(LookupTest, AddressesInBothStyles) {
       {u"ADRESSE", {{u"2;3;1;FAUX", "s:R2C3"}, {u"2;3;2;FAUX", "s:R2C[3]"}}},
       {u"ADRESSE", {{u"2;3;1;VRAI;\"Ma feuille\"", "s:'Ma feuille'!$C$2"}}},
       {u"ADRESSE", {{u"2;3;1;VRAI;\"Feuil2\"", "s:Feuil2!$C$2"}}},
+      // A sheet of another book: quoted as a whole only when a part needs it.
+      {u"ADRESSE",
+       {{u"2;3;3;VRAI;\"[Livre1]Feuil1\"", "s:[Livre1]Feuil1!$C2"},
+        {u"1;1;1;VRAI;\"[Livre1]Ma feuille\"", "s:'[Livre1]Ma feuille'!$A$1"},
+        {u"1;1;1;VRAI;\"[Mon livre]Feuil1\"", "s:'[Mon livre]Feuil1'!$A$1"},
+        {u"1;1;1;VRAI;\"[Livre1\"", "s:'[Livre1'!$A$1"}}},
       {u"ADRESSE", {{u"0;1", "#VALUE!"}, {u"65537;1", "#VALUE!"}, {u"1;257", "#VALUE!"}}},
       {u"ADRESSE", {{u"1;1;5", "#VALUE!"}, {u"1;1;0", "#VALUE!"}, {u"\"a\";1/0", "#VALUE!"}}},
   };
