@@ -214,6 +214,55 @@ static void CalculateDirtyCells(uint32_t book) {
   }
 }
 
+// True when every character of `text` has a form in the code page.
+static bool PageHolds(CodePage* page, const char16_t* text) {
+  for (; text && *text; text++) {
+    uint8_t bytes[2];
+    if (EncodeChar(page, *text, bytes) == 1 && bytes[0] == '?' && *text != u'?') return false;
+  }
+  return true;
+}
+
+static bool PageHoldsWorkbook(CodePage* page, uint32_t book) {
+  const Workbook* wb = GetWorkbook(book);
+  for (uint32_t i = 0; i < wb->fontCount; i++)
+    if (!PageHolds(page, wb->fonts[i].faceName)) return false;
+  for (uint32_t i = 0; i < wb->numberFormatCount; i++)
+    if (!PageHolds(page, wb->numberFormats[i].code)) return false;
+  for (uint32_t i = 0; i < wb->nameCount; i++)
+    if (!PageHolds(page, wb->names[i].name)) return false;
+  for (uint32_t s = 0; s < wb->sheetCount; s++) {
+    const Sheet* sheet = wb->sheets[s];
+    if (!PageHolds(page, sheet->name)) return false;
+    for (uint32_t i = 0; i < sheet->cells.count; i++) {
+      const Cell* c = sheet->cells.cells[i];
+      if (c->value.tag == ValueText && !PageHolds(page, c->value.text)) return false;
+    }
+  }
+  return true;
+}
+
+// The code page of an Excel 95 save: the workbook's own when it holds every text of the
+// workbook, else the first of the common Windows code pages that does, else the workbook's (or
+// the system's, for a workbook read from Unicode) with what it cannot hold written as "?".
+static int OpenSaveCodePage(uint32_t book, CodePage* page) {
+  uint32_t own = GetWorkbook(book)->codePage;
+  if (own == 1200 || own == 0) own = AnsiCodePage;
+  static const uint16_t common[] = {1252, 1250, 1251, 1253, 1254, 1255,
+                                    1256, 1257, 932,  936,  949,  950};
+  uint32_t candidates[1 + sizeof common / sizeof common[0]];
+  uint32_t count = 0;
+  candidates[count++] = own;
+  for (uint16_t number : common)
+    if (number != own) candidates[count++] = number;
+  for (uint32_t i = 0; i < count; i++) {
+    if (!OpenCodePage(candidates[i], page)) return 0;
+    if (page->number == candidates[i] && PageHoldsWorkbook(page, book)) return 1;
+    CloseCodePage(page);
+  }
+  return OpenCodePage(own, page);
+}
+
 static void WriteChartSubstream(BiffWriter* w) {
   // The chart model holds nothing to write yet: the substream keeps the sheet in its place.
   WriteBof(w, 0x20);
@@ -228,9 +277,9 @@ int BuildBiffStream(uint32_t book, uint8_t version, uint8_t** bytes, uint32_t* s
   w.book = book;
   w.version = version >= 8 ? 8 : 7;
   const Workbook* wb = GetWorkbook(book);
-  uint32_t codePage = wb->codePage == 1200 || wb->codePage == 0 ? AnsiCodePage : wb->codePage;
-  w.codePage = static_cast<uint16_t>(w.version >= 8 && wb->codePage ? wb->codePage : codePage);
-  if (!OpenCodePage(codePage, &w.page)) return 0;
+  if (w.version >= 8 ? !OpenCodePage(AnsiCodePage, &w.page) : !OpenSaveCodePage(book, &w.page))
+    return 0;
+  w.codePage = static_cast<uint16_t>(w.version >= 8 && wb->codePage ? wb->codePage : w.page.number);
   uint32_t sheetCount = wb->sheetCount;
   w.sheetOffsetPositions = static_cast<uint32_t*>(Allocate(sheetCount * sizeof(uint32_t)));
   w.failed = !w.sheetOffsetPositions || (w.version < 8 && !BuildExternList(&w));

@@ -81,6 +81,35 @@ inline bool HasWholeColumn(const FormulaTokens* t) {
   return false;
 }
 
+// True when a token string names a sheet's own name through ptgNameX: a local name of another
+// sheet, or a sheet-level name of another book. Excel 95 links names by book only.
+inline bool HasSheetNameX(uint32_t book, const FormulaTokens* t) {
+  const Workbook* wb = GetWorkbook(book);
+  for (uint32_t p = 0; p < t->length; p = NextTokenPosition(t->bytes, p)) {
+    if (FoldOpcode(t->bytes[p]) != ptgNameX) continue;
+    uint16_t link = static_cast<uint16_t>(t->bytes[p + 1] | t->bytes[p + 2] << 8);
+    if (link >= wb->sheetLinkCount) continue;
+    const SheetLink& l = wb->sheetLinks[link];
+    if (l.bookIndex < 0 || static_cast<uint32_t>(l.bookIndex) >= wb->externalBookCount) continue;
+    const ExternalBook& external = wb->externalBooks[l.bookIndex];
+    uint16_t index = static_cast<uint16_t>(t->bytes[p + 3] | t->bytes[p + 4] << 8);
+    if (l.firstSheet >= 0 || external.kind == ExternalSelf ||
+        (index && index <= external.nameCount && external.names[index - 1].field))
+      return true;
+  }
+  return false;
+}
+
+// True when a book of the link table is named by a URL (encoded path mark 5).
+inline bool HasUrlBook(uint32_t book) {
+  const Workbook* wb = GetWorkbook(book);
+  for (uint32_t i = 0; i < wb->externalBookCount; i++) {
+    const char16_t* path = wb->externalBooks[i].path;
+    if (path && path[0] == 1 && path[1] == 5) return true;
+  }
+  return false;
+}
+
 struct Comparer {
   uint32_t a, b;
   bool biff5;
@@ -117,6 +146,8 @@ struct Comparer {
         Expect("formula reaching past row 16384 kept as its value");
       else if (biff5 && HasWholeColumn(&x->formula))
         Expect("whole column ends at row 16384");
+      else if (biff5 && HasSheetNameX(a, &x->formula))
+        Expect("name of a sheet linked by its book");
       else if (biff5 && fy == Utf8(Narrowed(&page, Utf8ToU16(fx).c_str(), 0xFFFF).c_str()))
         Expect("formula text narrowed through the code page");
       else
@@ -128,12 +159,23 @@ struct Comparer {
     const Xf& xb = wb->xfs[y->xf];
     std::u16string ca = wa->numberFormats[xa.numberFormat].code;
     std::u16string cb = wb->numberFormats[xb.numberFormat].code;
-    if (ca != cb) Differ(where + ": number format " + Utf8(ca.c_str()) + " / " + Utf8(cb.c_str()));
+    bool narrowedCode = false;
+    if (!SameText(ca.c_str(), cb.c_str(), &narrowedCode))
+      Differ(where + ": number format " + Utf8(ca.c_str()) + " / " + Utf8(cb.c_str()));
+    else if (narrowedCode)
+      Expect("number format narrowed through the code page");
     const FontRecord& fa = wa->fonts[xa.font < wa->fontCount ? xa.font : 0];
     const FontRecord& fb = wb->fonts[xb.font < wb->fontCount ? xb.font : 0];
+    bool narrowedFace = false;
     if (fa.height != fb.height || fa.attributes != fb.attributes || fa.color != fb.color ||
-        fa.weight != fb.weight || std::u16string(fa.faceName) != std::u16string(fb.faceName))
-      Differ(where + ": font");
+        fa.weight != fb.weight || !SameText(fa.faceName, fb.faceName, &narrowedFace))
+      Differ(where + ": font " + Utf8(fa.faceName) + " " + std::to_string(fa.height) + " " +
+             std::to_string(fa.attributes) + " " + std::to_string(fa.color) + " " +
+             std::to_string(fa.weight) + " / " + Utf8(fb.faceName) + " " +
+             std::to_string(fb.height) + " " + std::to_string(fb.attributes) + " " +
+             std::to_string(fb.color) + " " + std::to_string(fb.weight));
+    else if (narrowedFace)
+      Expect("font name narrowed through the code page");
     if (xa.horizontalAlign != xb.horizontalAlign || xa.verticalAlign != xb.verticalAlign ||
         (xa.flags & XfWrap) != (xb.flags & XfWrap))
       Differ(where + ": alignment");
@@ -144,7 +186,11 @@ struct Comparer {
     const Sheet* x = GetSheet(a, s);
     const Sheet* y = GetSheet(b, s);
     std::string name = Utf8(x->name);
-    if (std::u16string(x->name) != std::u16string(y->name)) Differ("sheet name " + name);
+    bool narrowedName = false;
+    if (!SameText(x->name, y->name, &narrowedName))
+      Differ("sheet name " + name);
+    else if (narrowedName)
+      Expect("sheet name narrowed through the code page");
     if (x->kind != y->kind) Differ(name + ": kind");
     if (!SheetHasCells(x)) return;
     uint32_t i = 0, j = 0, lastRow = 0;
@@ -220,6 +266,12 @@ struct Comparer {
           Expect("name formula BIFF5 cannot say");
         else if (biff5 && x.formula.bytes && HasWholeColumn(&x.formula))
           Expect("whole column ends at row 16384");
+        else if (biff5 && x.formula.bytes && HasSheetNameX(a, &x.formula))
+          Expect("name of a sheet linked by its book");
+        else if (biff5 && sy == Utf8(Narrowed(&page, Utf8ToU16(sx).c_str(), 0xFFFF).c_str()))
+          Expect("formula text narrowed through the code page");
+        else if (biff5 && HasUrlBook(a))
+          Expect("book path given as a URL");
         else
           Differ("name " + name + ": " + sx + " / " + sy);
       }
