@@ -106,6 +106,9 @@ int RunConvert(int argc, char** argv) {
     if (report->textsShortened)
       std::fprintf(stderr, "tessarel-cli convert: %s: %u texts cut to 255 characters\n", target,
                    report->textsShortened);
+    if (report->cellsDropped)
+      std::fprintf(stderr, "tessarel-cli convert: %s: %u cells past row 16384 not kept\n", target,
+                   report->cellsDropped);
     if (report->mergesDropped)
       std::fprintf(stderr, "tessarel-cli convert: %s: %u merged areas not kept\n", target,
                    report->mergesDropped);

@@ -12,6 +12,7 @@ struct BiffSaveReport {
   uint32_t formulasAsValues;  // Excel 95: formulas that reach past row 16,384 keep their value
   uint32_t textsShortened;    // Excel 95: cell texts cut to 255 characters
   uint32_t mergesDropped;     // Excel 95: merged areas, which it has no record for
+  uint32_t cellsDropped;      // Excel 95: cells past row 16,384
 };
 
 // The whole BIFF stream of workbook `book` in `version` (8 or 7), in a block from the allocation

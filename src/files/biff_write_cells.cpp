@@ -221,23 +221,24 @@ void WriteSheetCells(BiffWriter* w, uint32_t sheet, uint32_t* blockPositions) {
   const Sheet* s = GetSheet(w->book, sheet);
   const CellArray& cells = s->cells;
   const RowArray& rows = s->rows;
+  uint32_t cellCount = w->cellCount, rowCount = w->rowCount;
   uint32_t ci = 0, ri = 0, block = 0;
-  while ((ci < cells.count || ri < rows.count) && !w->failed) {
-    uint32_t cellRow = ci < cells.count ? cells.cells[ci]->row : UINT32_MAX;
-    uint32_t recordRow = ri < rows.count ? rows.records[ri]->row : UINT32_MAX;
+  while ((ci < cellCount || ri < rowCount) && !w->failed) {
+    uint32_t cellRow = ci < cellCount ? cells.cells[ci]->row : UINT32_MAX;
+    uint32_t recordRow = ri < rowCount ? rows.records[ri]->row : UINT32_MAX;
     uint32_t blockEnd = ((cellRow < recordRow ? cellRow : recordRow) / 32 + 1) * 32;
     // The ROW records of the block: rows with cells and rows with a record of their own.
     uint32_t firstRowAt = w->size;
     uint32_t cj = ci, rj = ri;
     for (;;) {
-      cellRow = cj < cells.count ? cells.cells[cj]->row : UINT32_MAX;
-      recordRow = rj < rows.count ? rows.records[rj]->row : UINT32_MAX;
+      cellRow = cj < cellCount ? cells.cells[cj]->row : UINT32_MAX;
+      recordRow = rj < rowCount ? rows.records[rj]->row : UINT32_MAX;
       uint32_t row = cellRow < recordRow ? cellRow : recordRow;
       if (row >= blockEnd) break;
       uint32_t firstCol = 0, endCol = 0;
       if (cellRow == row) {
         firstCol = cells.cells[cj]->col;
-        while (cj < cells.count && cells.cells[cj]->row == row) cj++;
+        while (cj < cellCount && cells.cells[cj]->row == row) cj++;
         endCol = cells.cells[cj - 1]->col + 1u;
       }
       if (recordRow == row) rj++;

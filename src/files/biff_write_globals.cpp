@@ -53,6 +53,17 @@ static void WriteWindow1(BiffWriter* w) {
   }
 }
 
+// The Windows character set of a code page: an Excel 95 file's texts are in its code page, and
+// readers that go by a font's character set must find the same one there.
+static uint8_t CharsetOfCodePage(uint32_t codePage) {
+  static const uint16_t table[][2] = {{1252, 0},   {1250, 238}, {1251, 204}, {1253, 161},
+                                      {1254, 162}, {1255, 177}, {1256, 178}, {1257, 186},
+                                      {932, 128},  {936, 134},  {949, 129},  {950, 136}};
+  for (const auto& row : table)
+    if (row[0] == codePage) return static_cast<uint8_t>(row[1]);
+  return 0;
+}
+
 static void WriteFonts(BiffWriter* w) {
   const Workbook* wb = GetWorkbook(w->book);
   for (uint32_t i = 0; i < wb->fontCount; i++) {
@@ -65,7 +76,7 @@ static void WriteFonts(BiffWriter* w) {
     WriteU16(body + 8, 0);
     body[10] = (f.attributes & FontUnderline) ? 1 : 0;
     body[11] = f.pitchAndFamily;
-    body[12] = f.charset;
+    body[12] = w->version >= 8 || f.charset == 2 ? f.charset : CharsetOfCodePage(w->codePage);
     body[13] = 0;
     uint32_t length = PutShortString(w, body + 14, f.faceName);
     WriteRecord(w, 0x0031, body, 14 + length);

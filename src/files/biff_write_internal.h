@@ -55,6 +55,10 @@ struct BiffWriter {
   int32_t* bookEntries;   // per external book: its entry (with the book's names), -1 for none
   int32_t* linkEntries;   // per sheet link of another file: its entry, -1 for none
   int32_t* sheetEntries;  // per own sheet: the entry "\3name" naming it
+  // The sheet being written: its cells and row records that the version holds (Excel 95 ends
+  // at row 16,384), which are the first ones of the sorted arrays.
+  uint32_t cellCount;
+  uint32_t rowCount;
   BiffSaveReport report;
 };
 
@@ -99,9 +103,6 @@ void FreeSst(SstTable* sst);
 void WriteGlobals(BiffWriter* w);
 void WriteSheetSubstream(BiffWriter* w, uint32_t sheet);
 void WriteSheetCells(BiffWriter* w, uint32_t sheet, uint32_t* blockPositions);
-// The used area of a sheet: its cells and the rows with records; false when it has none.
-bool SheetUsedArea(uint32_t book, uint32_t sheet, uint32_t* firstRow, uint32_t* lastRow,
-                   uint32_t* firstCol, uint32_t* lastCol);
 // Excel 95: the EXTERNSHEET list and its EXTERNNAME records, written from the tables built by
 // BuildExternList (biff_write_downgrade.cpp).
 int BuildExternList(BiffWriter* w);

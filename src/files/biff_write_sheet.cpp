@@ -12,27 +12,27 @@
 #include "files/biff_write_internal.h"
 #include "model/workbook.h"
 
-bool SheetUsedArea(uint32_t book, uint32_t sheet, uint32_t* firstRow, uint32_t* lastRow,
-                   uint32_t* firstCol, uint32_t* lastCol) {
-  const Sheet* s = GetSheet(book, sheet);
+// The area of the cells written; false when there are none.
+static bool UsedArea(const BiffWriter* w, const Sheet* s, uint32_t* firstRow, uint32_t* lastRow,
+                     uint32_t* firstCol, uint32_t* lastCol) {
   *firstRow = *firstCol = UINT32_MAX;
   *lastRow = *lastCol = 0;
-  for (uint32_t i = 0; i < s->cells.count; i++) {
+  for (uint32_t i = 0; i < w->cellCount; i++) {
     const Cell* c = s->cells.cells[i];
     if (c->row < *firstRow) *firstRow = c->row;
     if (c->row > *lastRow) *lastRow = c->row;
     if (c->col < *firstCol) *firstCol = c->col;
     if (c->col > *lastCol) *lastCol = c->col;
   }
-  return s->cells.count > 0;
+  return w->cellCount > 0;
 }
 
 // The number of 32-row blocks that hold a cell or a row record.
-static uint32_t CountRowBlocks(const Sheet* s) {
+static uint32_t CountRowBlocks(const BiffWriter* w, const Sheet* s) {
   uint32_t count = 0, last = UINT32_MAX, ci = 0, ri = 0;
-  while (ci < s->cells.count || ri < s->rows.count) {
-    uint32_t cellRow = ci < s->cells.count ? s->cells.cells[ci]->row : UINT32_MAX;
-    uint32_t rowRow = ri < s->rows.count ? s->rows.records[ri]->row : UINT32_MAX;
+  while (ci < w->cellCount || ri < w->rowCount) {
+    uint32_t cellRow = ci < w->cellCount ? s->cells.cells[ci]->row : UINT32_MAX;
+    uint32_t rowRow = ri < w->rowCount ? s->rows.records[ri]->row : UINT32_MAX;
     uint32_t row = cellRow < rowRow ? cellRow : rowRow;
     if (row / 32 != last) {
       last = row / 32;
@@ -92,7 +92,7 @@ static void WriteColumns(BiffWriter* w, const Sheet* s) {
 
 static void WriteDimensions(BiffWriter* w, uint32_t sheet) {
   uint32_t firstRow, lastRow, firstCol, lastCol;
-  if (!SheetUsedArea(w->book, sheet, &firstRow, &lastRow, &firstCol, &lastCol))
+  if (!UsedArea(w, GetSheet(w->book, sheet), &firstRow, &lastRow, &firstCol, &lastCol))
     firstRow = lastRow = firstCol = lastCol = 0;
   else
     lastRow++, lastCol++;
@@ -117,6 +117,7 @@ static void WriteDimensions(BiffWriter* w, uint32_t sheet) {
 static void WriteNotes(BiffWriter* w, const Sheet* s) {
   for (uint32_t i = 0; i < s->commentCount; i++) {
     const CellComment& c = s->comments[i];
+    if (c.row >= 16384) continue;
     uint32_t length = TextLength(c.text);
     uint8_t* bytes = static_cast<uint8_t*>(Allocate(2 * length + 1));
     if (!bytes) {
@@ -215,26 +216,33 @@ void WriteSheetSubstream(BiffWriter* w, uint32_t sheet) {
   const Sheet* s = GetSheet(w->book, sheet);
   WriteBof(w, s->kind == SheetMacro ? 0x40 : 0x10);
   // INDEX: the used rows and where each block's DBCELL lies, patched below.
-  uint32_t blocks = CountRowBlocks(s);
+  uint32_t limit = w->version >= 8 ? MaxRow + 1 : 16384;
+  uint32_t index;
+  FindCell(&s->cells, limit, 0, &index);
+  w->cellCount = index;
+  FindRowRecord(&s->rows, limit, &index);
+  w->rowCount = index;
+  w->report.cellsDropped += s->cells.count - w->cellCount;
+  uint32_t blocks = CountRowBlocks(w, s);
   uint32_t firstRow = 0, lastRow = 0;
-  if (s->cells.count)
-    firstRow = s->cells.cells[0]->row, lastRow = s->cells.cells[s->cells.count - 1]->row + 1;
-  if (s->rows.count) {
-    uint32_t a = s->rows.records[0]->row, b = s->rows.records[s->rows.count - 1]->row + 1u;
-    if (!s->cells.count || a < firstRow) firstRow = a;
+  if (w->cellCount)
+    firstRow = s->cells.cells[0]->row, lastRow = s->cells.cells[w->cellCount - 1]->row + 1;
+  if (w->rowCount) {
+    uint32_t a = s->rows.records[0]->row, b = s->rows.records[w->rowCount - 1]->row + 1u;
+    if (!w->cellCount || a < firstRow) firstRow = a;
     if (b > lastRow) lastRow = b;
   }
   uint32_t head = w->version >= 8 ? 16 : 12;
-  uint8_t* index = BeginRecord(w, 0x020B, head + 4 * blocks);
+  uint8_t* indexBody = BeginRecord(w, 0x020B, head + 4 * blocks);
   uint32_t indexAt = w->size - 4 * blocks;
-  if (index) {
-    std::memset(index, 0, head + 4 * blocks);
+  if (indexBody) {
+    std::memset(indexBody, 0, head + 4 * blocks);
     if (w->version >= 8) {
-      WriteU32(index + 4, firstRow);
-      WriteU32(index + 8, lastRow);
+      WriteU32(indexBody + 4, firstRow);
+      WriteU32(indexBody + 8, lastRow);
     } else {
-      WriteU16(index + 4, static_cast<uint16_t>(firstRow));
-      WriteU16(index + 6, static_cast<uint16_t>(lastRow > 0xFFFF ? 0xFFFF : lastRow));
+      WriteU16(indexBody + 4, static_cast<uint16_t>(firstRow));
+      WriteU16(indexBody + 6, static_cast<uint16_t>(lastRow > 0xFFFF ? 0xFFFF : lastRow));
     }
   }
   WriteSmallRecord(w, 0x000D, 1);

@@ -290,10 +290,12 @@ TEST_F(BiffWriteTest, EveryCellKindNamesAndLinksSurviveBothVersions) {
   EXPECT_EQ(GetSheet(App.workbookCount - 1, 0)->frozenRow, 2);
   EXPECT_EQ(GetSheet(App.workbookCount - 1, 0)->frozenCol, 1);
   ExpectSameAfterReload(7, {{"merged areas", 1},
+                            {"cell past row 16384", 1},
                             {"formula reaching past row 16384 kept as its value", 1},
                             {"whole column ends at row 16384", 1}});
   EXPECT_EQ(report.formulasAsValues, 1u);
   EXPECT_EQ(report.mergesDropped, 1u);
+  EXPECT_EQ(report.cellsDropped, 1u);
 }
 
 TEST_F(BiffWriteTest, XlsSavesThroughTheFileTable) {
