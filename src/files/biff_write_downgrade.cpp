@@ -246,7 +246,10 @@ static bool Link3d(Downgrade* d, uint16_t linkIndex, int16_t* entry, int16_t* fi
   if (link.bookIndex < 0 || static_cast<uint32_t>(link.bookIndex) >= wb->externalBookCount)
     return false;
   if (wb->externalBooks[link.bookIndex].kind == ExternalSelf) {
-    *entry = -1;  // negative: this workbook, with the sheets in the token
+    // Negative: this workbook, with the sheets in the token; the entry named is that of the
+    // first sheet ("\3name"), or the workbook's own for a deleted sheet.
+    bool named = link.firstSheet >= 0 && static_cast<uint32_t>(link.firstSheet) < wb->sheetCount;
+    *entry = static_cast<int16_t>(-(named ? d->w->sheetEntries[link.firstSheet] + 1 : 1));
     *first = link.firstSheet;
     *last = link.lastSheet;
     return link.firstSheet != NoSheet;

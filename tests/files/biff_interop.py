@@ -16,7 +16,6 @@ sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 from xlrd_compare import agrees, ours  # noqa: E402
 
 SAMPLE_EVERY = 12  # one corpus file in so many, in sorted order
-KNOWN = []  # differences that belong to the other reader, listed but not failed
 
 
 def generated(path):
@@ -84,14 +83,7 @@ def gnumeric_disagreements(path, mine, folder, label):
     done = run(["ssconvert", "-T", "Gnumeric_Excel:excel_biff8", path, again])
     if done.returncode != 0 or not os.path.exists(again):
         return ["%s ssconvert failed: %s" % (label, done.stderr[-300:])]
-    found = xlrd_disagreements(again, mine, label.replace("(", "(gnumeric, "))
-    # Gnumeric does not take an Excel 95 3-D reference to a deleted sheet (it says so on stderr)
-    # and then works the workbook out again by its own rules: its values are not ours to match.
-    if found and label.endswith("(BIFF5)") and b"So much for that theory" in done.stderr:
-        KNOWN.append("%s: Gnumeric refuses 3-D references to deleted sheets and recalculates "
-                     "(%d cells differ)" % (label, len(found)))
-        return []
-    return found
+    return xlrd_disagreements(again, mine, label.replace("(", "(gnumeric, "))
 
 
 def main():
@@ -129,8 +121,6 @@ def main():
         checked, cells, len(problems)))
     for p in problems[:60]:
         print("  " + p)
-    for k in KNOWN:
-        print("  known: " + k)
     return 0 if not problems and checked > 2 else 1
 
 
