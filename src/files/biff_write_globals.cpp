@@ -350,6 +350,22 @@ static void CollectStrings(BiffWriter* w) {
   }
 }
 
+// From WINDOW1 to PALETTE, the same in both versions but for REFRESHALL.
+static void WriteWindowAndStyles(BiffWriter* w) {
+  WriteWindow1(w);
+  WriteSmallRecord(w, 0x0040, 0);
+  WriteSmallRecord(w, 0x008D, 0);
+  WriteSmallRecord(w, 0x0022, GetWorkbook(w->book)->date1904 ? 1 : 0);
+  WriteSmallRecord(w, 0x000E, 1);
+  if (w->version >= 8) WriteSmallRecord(w, 0x01B7, 0);
+  WriteSmallRecord(w, 0x00DA, 0);
+  WriteFonts(w);
+  WriteFormats(w);
+  WriteXfs(w);
+  WriteStyles(w);
+  WritePalette(w);
+}
+
 static void WriteGlobals8(BiffWriter* w) {
   const Workbook* wb = GetWorkbook(w->book);
   CollectStrings(w);
@@ -365,18 +381,7 @@ static void WriteGlobals8(BiffWriter* w) {
   WriteSmallRecord(w, 0x009C, 14);
   static const uint16_t protection[] = {0x0019, 0x0012, 0x0013, 0x01AF, 0x01BC};
   for (uint16_t id : protection) WriteSmallRecord(w, id, 0);
-  WriteWindow1(w);
-  WriteSmallRecord(w, 0x0040, 0);
-  WriteSmallRecord(w, 0x008D, 0);
-  WriteSmallRecord(w, 0x0022, wb->date1904 ? 1 : 0);
-  WriteSmallRecord(w, 0x000E, 1);
-  WriteSmallRecord(w, 0x01B7, 0);
-  WriteSmallRecord(w, 0x00DA, 0);
-  WriteFonts(w);
-  WriteFormats(w);
-  WriteXfs(w);
-  WriteStyles(w);
-  WritePalette(w);
+  WriteWindowAndStyles(w);
   WriteSmallRecord(w, 0x0160, 1);
   WriteWordsRecord(w, 0x008C, 1, 33);
   WriteBoundSheets(w);
@@ -387,7 +392,6 @@ static void WriteGlobals8(BiffWriter* w) {
 }
 
 static void WriteGlobals7(BiffWriter* w) {
-  const Workbook* wb = GetWorkbook(w->book);
   WriteBof(w, 5);
   WriteEmptyRecord(w, 0x00E1);
   WriteSmallRecord(w, 0x00C1, 0);
@@ -399,17 +403,7 @@ static void WriteGlobals7(BiffWriter* w) {
   WriteSmallRecord(w, 0x009C, 14);
   static const uint16_t protection[] = {0x0019, 0x0012, 0x0013};
   for (uint16_t id : protection) WriteSmallRecord(w, id, 0);
-  WriteWindow1(w);
-  WriteSmallRecord(w, 0x0040, 0);
-  WriteSmallRecord(w, 0x008D, 0);
-  WriteSmallRecord(w, 0x0022, wb->date1904 ? 1 : 0);
-  WriteSmallRecord(w, 0x000E, 1);
-  WriteSmallRecord(w, 0x00DA, 0);
-  WriteFonts(w);
-  WriteFormats(w);
-  WriteXfs(w);
-  WriteStyles(w);
-  WritePalette(w);
+  WriteWindowAndStyles(w);
   WriteBoundSheets(w);
   WriteWordsRecord(w, 0x008C, 1, 33);
   // The links and names come after the sheets, as Excel 95 writes them: a name's 3-D reference

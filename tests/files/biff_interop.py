@@ -13,7 +13,7 @@ import xlrd
 import xlwt
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from xlrd_compare import agrees, ours  # noqa: E402
+from xlrd_compare import agrees, ours, worksheet_cells  # noqa: E402
 
 SAMPLE_EVERY = 12  # one corpus file in so many, in sorted order
 
@@ -57,20 +57,9 @@ def run(args):
 def xlrd_disagreements(path, mine, label):
     out = []
     book = xlrd.open_workbook(path, logfile=open(os.devnull, "w"))
-    for file_index, xlrd_index in enumerate(book._all_sheets_map):
-        if xlrd_index < 0:
-            continue
-        sheet = book.sheet_by_index(xlrd_index)
-        for row in range(sheet.nrows):
-            for col in range(sheet.ncols):
-                cell = sheet.cell(row, col)
-                if cell.ctype in (xlrd.XL_CELL_EMPTY, xlrd.XL_CELL_BLANK):
-                    continue
-                if cell.ctype == xlrd.XL_CELL_TEXT and cell.value == "":
-                    continue
-                key = (file_index, row, col)
-                if not agrees(cell, mine.get(key)):
-                    out.append("%s xlrd %s: %r / %r" % (label, key, cell.value, mine.get(key)))
+    for key, cell in worksheet_cells(book):
+        if not agrees(cell, mine.get(key)):
+            out.append("%s xlrd %s: %r / %r" % (label, key, cell.value, mine.get(key)))
     return out
 
 

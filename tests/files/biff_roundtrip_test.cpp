@@ -20,12 +20,6 @@
 
 namespace {
 
-bool IsWorkbookFile(const std::filesystem::path& path) {
-  std::string ext = path.extension().string();
-  for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return ext == ".xls" || ext == ".xlt" || ext == ".biff5";
-}
-
 struct Totals {
   int files = 0, cells = 0, differences = 0, filesDiffering = 0, unreadable = 0;
   std::map<std::string, int> expected;
@@ -70,9 +64,7 @@ TEST(BiffRoundTrip, CorpusSavesAndReadsBackInBothVersions) {
     if (!item.is_regular_file() || !IsWorkbookFile(item.path())) continue;
     std::string relative = std::filesystem::relative(item.path(), folder).string();
     SCOPED_TRACE(relative);
-    std::ifstream in(item.path(), std::ios::binary);
-    std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)),
-                               std::istreambuf_iterator<char>());
+    std::vector<uint8_t> bytes = ReadFileBytes(item.path());
     uint32_t book;
     ASSERT_TRUE(CreateWorkbook(nullptr, 0, &book));
     if (ReadXlsFile(book, bytes.data(), bytes.size())) {
