@@ -1,10 +1,12 @@
 // The verbs that read files: `cells` lists what a file holds, `convert` opens one file and saves
 // it under another name, in the type that name says.
 #include <cstdio>
+#include <cstring>
 
 #include "base/alloc.h"
 #include "base/text.h"
 #include "cli/verbs.h"
+#include "files/biff_write.h"
 #include "files/open.h"
 #include "formula/recalc.h"
 #include "model/workbook.h"
@@ -67,9 +69,14 @@ int RunCells(int argc, char** argv) {
 
 int RunConvert(int argc, char** argv) {
   CliOptions options;
-  if (!ReadCliOptions(argc, argv, &options, "convert", CliLocaleOnly)) return 2;
+  if (!ReadCliOptions(argc, argv, &options, "convert", CliBiff5Option)) return 2;
+  // --biff5 may also follow the file names.
+  if (options.positionalCount == 3 && !std::strcmp(options.positional[2], "--biff5")) {
+    options.biff5 = 1;
+    options.positionalCount = 2;
+  }
   if (options.positionalCount != 2) {
-    std::fputs("usage: tessarel-cli convert [--locale fr-FR|en-US] IN OUT\n", stderr);
+    std::fputs("usage: tessarel-cli convert [--locale fr-FR|en-US] [--biff5] IN OUT\n", stderr);
     return 2;
   }
   const char* target = options.positional[1];
@@ -80,7 +87,8 @@ int RunConvert(int argc, char** argv) {
   }
   char16_t* path = Utf8ToText(target);
   FileType type = FileTypeFromName(path);
-  const Workbook* wb = GetWorkbook(book);
+  Workbook* wb = GetWorkbook(book);
+  wb->biffVersion = options.biff5 ? 7 : 8;
   // Nobody is there to answer the question a one-sheet type asks: say what is written instead.
   if ((type == FileCsv || type == FileTxt) && wb->sheetCount > 1)
     std::fprintf(stderr,
@@ -88,6 +96,23 @@ int RunConvert(int argc, char** argv) {
                  target, TextToUtf8(wb->sheets[wb->currentSheet]->name).c_str());
   int ok = path && SaveWorkbookFile(book, path, 0);
   Release(path);
+  const BiffSaveReport* report = LastBiffSaveReport();
+  if (ok && (type == FileXls || type == FileXlt)) {
+    if (report->formulasAsValues)
+      std::fprintf(stderr,
+                   "tessarel-cli convert: %s: %u formulas reach past row 16384 and keep their "
+                   "values\n",
+                   target, report->formulasAsValues);
+    if (report->textsShortened)
+      std::fprintf(stderr, "tessarel-cli convert: %s: %u texts cut to 255 characters\n", target,
+                   report->textsShortened);
+    if (report->cellsDropped)
+      std::fprintf(stderr, "tessarel-cli convert: %s: %u cells past row 16384 not kept\n", target,
+                   report->cellsDropped);
+    if (report->mergesDropped)
+      std::fprintf(stderr, "tessarel-cli convert: %s: %u merged areas not kept\n", target,
+                   report->mergesDropped);
+  }
   CloseAllWorkbooks();
   return ok ? 0 : 1;
 }

@@ -19,7 +19,8 @@ const CliVerb CliVerbs[] = {
 
 int ReadCliOptions(int argc, char** argv, CliOptions* options, const char* verb,
                    uint32_t accepted) {
-  *options = CliOptions{.recalc = 0, .sheet = -1, .positionalCount = 0, .positional = nullptr};
+  *options =
+      CliOptions{.recalc = 0, .biff5 = 0, .sheet = -1, .positionalCount = 0, .positional = nullptr};
   LocaleId locale = LocaleFromEnvironment();
   int i = 0;
   for (; i < argc && argv[i][0] == '-' && argv[i][1] == '-'; i++) {
@@ -32,6 +33,8 @@ int ReadCliOptions(int argc, char** argv, CliOptions* options, const char* verb,
       }
     } else if ((accepted & CliRecalcOption) && !std::strcmp(option, "--recalc")) {
       options->recalc = 1;
+    } else if ((accepted & CliBiff5Option) && !std::strcmp(option, "--biff5")) {
+      options->biff5 = 1;
     } else if ((accepted & CliSheetOption) && !std::strcmp(option, "--sheet") && i + 1 < argc) {
       char* end;
       long n = std::strtol(argv[++i], &end, 10);

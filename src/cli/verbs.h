@@ -14,6 +14,7 @@ extern const CliVerb CliVerbs[];  // ends with a row whose name is null
 // Options that every verb takes, read from the front of the argument list.
 struct CliOptions {
   int recalc;
+  int biff5;      // convert: save .xls and .xlt as Excel 95
   int32_t sheet;  // -1 for all sheets
   int positionalCount;
   char** positional;
@@ -23,6 +24,7 @@ enum CliOptionMask : uint32_t {
   CliLocaleOnly = 0,
   CliRecalcOption = 1 << 0,
   CliSheetOption = 1 << 1,
+  CliBiff5Option = 1 << 2,
 };
 // Reads the options and applies the locale; returns 0 after printing a usage error.
 int ReadCliOptions(int argc, char** argv, CliOptions* options, const char* verb, uint32_t accepted);

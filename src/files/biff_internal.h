@@ -134,6 +134,16 @@ int EndRecord(BiffLoad* load, const BiffBody* body);
 // Returns a heap string, or null on a short body (overrun set) or lost memory.
 char16_t* ReadBiffString(BiffLoad* load, BiffBody* body, uint32_t count, bool richHeader = false);
 
+// Where the fields of an XF record that differ between BIFF5 (entry 0) and BIFF8 (entry 1) lie:
+// the bit position and width of each, shared by the reader and the writer.
+struct XfLayout {
+  uint32_t size;
+  uint8_t pattern[2], foreground[2], background[2];
+  uint8_t topStyle[2], topColor[2], leftStyle[2], leftColor[2];
+  uint8_t bottomStyle[2], bottomColor[2], rightStyle[2], rightColor[2];
+};
+extern const XfLayout BiffXfLayouts[2];
+
 // One handler per record id; each returns 0 to end the load.
 using RecordHandler = int (*)(BiffLoad* load, const BiffRecord* record);
 struct RecordEntry {

@@ -84,14 +84,7 @@ static uint32_t Bits(const uint8_t* body, uint32_t at, uint32_t count) {
   return value;
 }
 
-// Bit positions of the fields that differ between the layouts: width and position of each.
-struct XfLayout {
-  uint32_t size;
-  uint8_t pattern[2], foreground[2], background[2];
-  uint8_t topStyle[2], topColor[2], leftStyle[2], leftColor[2];
-  uint8_t bottomStyle[2], bottomColor[2], rightStyle[2], rightColor[2];
-};
-static const XfLayout xfLayouts[2] = {
+const XfLayout BiffXfLayouts[2] = {
     // BIFF5
     {16,
      {80, 6},
@@ -125,7 +118,7 @@ static uint8_t Field(const uint8_t* body, const uint8_t field[2]) {
 }
 
 static int ReadXf(BiffLoad* load, const BiffRecord* record) {
-  const XfLayout& layout = xfLayouts[load->version >= 8 ? 1 : 0];
+  const XfLayout& layout = BiffXfLayouts[load->version >= 8 ? 1 : 0];
   if (record->length < layout.size) return Fail(load, "an XF record is too short");
   const uint8_t* b = record->body;
   Xf xf;

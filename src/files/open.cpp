@@ -9,6 +9,7 @@
 #include "base/message.h"
 #include "base/text.h"
 #include "files/biff_read.h"
+#include "files/biff_write.h"
 #include "files/safe_save.h"
 #include "format/locale.h"
 #include "model/workbook.h"
@@ -45,6 +46,10 @@ static int WriteTxt(FILE* file, void* context) {
   return WriteDelimited(static_cast<SaveJob*>(context)->book, file, DelimitedTxt);
 }
 
+static int WriteXls(FILE* file, void* context) {
+  return WriteXlsFile(file, static_cast<SaveJob*>(context)->book, nullptr);
+}
+
 struct FileTypeRow {
   char16_t extension[4];
   FileReader read;   // null: not readable yet (bmp never)
@@ -52,8 +57,8 @@ struct FileTypeRow {
 };
 
 static const FileTypeRow FileTypes[] = {
-    {u"csv", ReadCsv, WriteCsv}, {u"pxl", nullptr, nullptr}, {u"xls", ReadXls, nullptr},
-    {u"xlt", ReadXls, nullptr},  {u"bmp", nullptr, nullptr}, {u"txt", ReadTxt, WriteTxt},
+    {u"csv", ReadCsv, WriteCsv}, {u"pxl", nullptr, nullptr}, {u"xls", ReadXls, WriteXls},
+    {u"xlt", ReadXls, WriteXls}, {u"bmp", nullptr, nullptr}, {u"txt", ReadTxt, WriteTxt},
     {u"pxt", nullptr, nullptr},
 };
 static_assert(sizeof FileTypes / sizeof FileTypes[0] == FileUnknown);

@@ -24,12 +24,6 @@
 
 namespace {
 
-bool IsWorkbookFile(const std::filesystem::path& path) {
-  std::string ext = path.extension().string();
-  for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return ext == ".xls" || ext == ".xlt" || ext == ".biff5";
-}
-
 // What a token string means, as comparable text: class bits folded; spaces, the volatile mark,
 // memory markers and jump distances left out; a function by its number and argument count
 // whichever token calls it; names and sheet links by their text, not their table positions;
@@ -174,9 +168,7 @@ TEST(BiffCorpus, EveryFileLoadsOrIsRefusedAndFormulasRoundTrip) {
     if (!item.is_regular_file() || !IsWorkbookFile(item.path())) continue;
     std::string relative = std::filesystem::relative(item.path(), folder).string();
     SCOPED_TRACE(relative);
-    std::ifstream in(item.path(), std::ios::binary);
-    std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)),
-                               std::istreambuf_iterator<char>());
+    std::vector<uint8_t> bytes = ReadFileBytes(item.path());
     ClearLastMessage();
     uint32_t book;
     ASSERT_TRUE(CreateWorkbook(Utf8ToU16(item.path().string()).c_str(), 0, &book));

@@ -70,6 +70,23 @@ def agrees(cell, mine):
     return True
 
 
+def worksheet_cells(book):
+    """((sheet index in the file, row, column), cell) of every cell that holds something. xlrd
+    lists worksheets only; its map gives each file sheet's place among them."""
+    for file_index, xlrd_index in enumerate(book._all_sheets_map):
+        if xlrd_index < 0:
+            continue
+        sheet = book.sheet_by_index(xlrd_index)
+        for row in range(sheet.nrows):
+            for col in range(sheet.ncols):
+                cell = sheet.cell(row, col)
+                if cell.ctype in (xlrd.XL_CELL_EMPTY, xlrd.XL_CELL_BLANK):
+                    continue
+                if cell.ctype == xlrd.XL_CELL_TEXT and cell.value == "":
+                    continue
+                yield (file_index, row, col), cell
+
+
 def main():
     cli, folder = sys.argv[1], sys.argv[2]
     files = compared = agreeing = refused = 0
@@ -90,26 +107,14 @@ def main():
                 differences.append("%s: refused (%s) but xlrd reads it" % (relative, why))
                 continue
             files += 1
-            # xlrd lists worksheets only; its map gives each file sheet's place among them.
-            for file_index, xlrd_index in enumerate(book._all_sheets_map):
-                if xlrd_index < 0:
-                    continue
-                sheet = book.sheet_by_index(xlrd_index)
-                for row in range(sheet.nrows):
-                    for col in range(sheet.ncols):
-                        cell = sheet.cell(row, col)
-                        if cell.ctype in (xlrd.XL_CELL_EMPTY, xlrd.XL_CELL_BLANK):
-                            continue
-                        if cell.ctype == xlrd.XL_CELL_TEXT and cell.value == "":
-                            continue
-                        compared += 1
-                        mine_cell = mine.get((file_index, row, col))
-                        if agrees(cell, mine_cell):
-                            agreeing += 1
-                        elif len(differences) < 40:
-                            differences.append("%s: sheet %d %s: xlrd %r, tessarel %r" % (
-                                relative, file_index, xlrd.cellname(row, col), cell.value,
-                                mine_cell))
+            for (file_index, row, col), cell in worksheet_cells(book):
+                compared += 1
+                mine_cell = mine.get((file_index, row, col))
+                if agrees(cell, mine_cell):
+                    agreeing += 1
+                elif len(differences) < 40:
+                    differences.append("%s: sheet %d %s: xlrd %r, tessarel %r" % (
+                        relative, file_index, xlrd.cellname(row, col), cell.value, mine_cell))
     ratio = 100.0 * agreeing / compared if compared else 100.0
     print("xlrd: %d files compared, %d refused that xlrd reads; %d cells, %d agree (%.4f%%)" % (
         files, refused, compared, agreeing, ratio))
