@@ -432,19 +432,6 @@ static void TranslateToThisBook(Value* v, uint32_t otherBook, const EvalContext*
   }
 }
 
-// An add-in function by the name a file calls it: the table's own name, or the English one that
-// workbooks from English programs use.
-static int32_t FindAddIn(const char16_t* text) {
-  const FunctionTables* t = ActiveFunctionTables();
-  for (uint32_t i = 0; i < t->addInCount; i++) {
-    const char16_t* english = AddInEnglishName(i);
-    if ((t->addIn[i].name && EqualTextNoCase(t->addIn[i].name, text)) ||
-        (english && EqualTextNoCase(english, text)))
-      return static_cast<int32_t>(i);
-  }
-  return -1;
-}
-
 // An add-in function named by a ptgNameX travels to its call as a one-area reference list on the
 // add-in's own link whose first row holds the index of the function in the add-in table; no
 // reference ever stands on an add-in link, so the marker cannot be mistaken for cells.
@@ -479,7 +466,7 @@ static int NameXToken(Machine* m, uint32_t link, uint32_t index, uint8_t cls) {
     }
     case ExternalAddIn: {
       if (index == 0 || index > external->nameCount) break;
-      int32_t tableIndex = FindAddIn(external->names[index - 1].text);
+      int32_t tableIndex = FindAddInByFileName(external->names[index - 1].text);
       if (tableIndex < 0) break;
       Push(m, AddInMarker(static_cast<uint32_t>(tableIndex), static_cast<int32_t>(link)));
       return 1;

@@ -234,9 +234,8 @@ void FnBdVarP(Value* args, Value* result, const EvalContext* ctx) {
 }
 
 // BDLIRE: the field of the one selected record; #VALUE! when none is selected, #NUM! when more
-// than one is.
-// BDLIRE: the field of the one selected record whose field is not blank; none is #VALUE!, more
-// than one #NUM!.
+// than one is. A record whose field is empty (or an empty text) does not count: the value sought
+// is there or not at all.
 void FnBdLire(Value* args, Value* result, const EvalContext* ctx) {
   int32_t column = -1;
   uint32_t found = 0, count = 0;

@@ -60,6 +60,20 @@ int SolveRate(RateFunction f, const void* state, double guess, double* out) {
     double e = f(r, state), f1 = f(r - h, state), f2 = f(r + h, state);
     if (f1 == f2) return 0;
     if (std::fabs(e) <= RateTolerance) {
+      // The amount is met; a few more steps, each kept only while it brings the amount closer to
+      // zero, settle the rate to the precision of the doubles instead of anywhere in the
+      // tolerance (a flat function meets the tolerance while the rate is still off in its
+      // eighth digit).
+      for (int extra = 0; extra < 4 && e != 0; extra++) {
+        f1 = f(r - h, state);
+        f2 = f(r + h, state);
+        if (f1 == f2) break;
+        double next = r - 2 * e * h / (f2 - f1), closer = f(next, state);
+        if (!(std::fabs(closer) < std::fabs(e))) break;
+        r = next;
+        e = closer;
+        h *= 0.25;
+      }
       *out = r;
       return 1;
     }
@@ -93,6 +107,17 @@ double DiscountedSum(double r, const void* state) {
   const NumberList* v = static_cast<const NumberList*>(state);
   double sum = 0;
   for (uint32_t k = 0; k < v->count; k++) sum += v->items[k] / std::pow(1 + r, k + 1.0);
+  return sum;
+}
+
+// The same sum valued one period later (the first value undiscounted): it has the same roots
+// above -1 but another shape, on which the search from a guess far below the rate still reaches
+// it where the first form runs off past -1.
+double DiscountedSumFromStart(double r, const void* state) {
+  const NumberList* v = static_cast<const NumberList*>(state);
+  double sum = 0;
+  for (uint32_t k = 0; k < v->count; k++)
+    sum += v->items[k] / std::pow(1 + r, static_cast<double>(k));
   return sum;
 }
 
@@ -305,10 +330,12 @@ void FnTri(Value* args, Value* result, const EvalContext* ctx) {
     FreeNumberList(&values);
     return;
   }
-  if (!HasBothSigns(&values))
-    Refuse(result);
+  double rate;
+  if (HasBothSigns(&values) && (SolveRate(DiscountedSum, &values, guess, &rate) ||
+                                SolveRate(DiscountedSumFromStart, &values, guess, &rate)))
+    GiveNumber(result, rate);
   else
-    GiveRate(result, DiscountedSum, &values, guess);
+    Refuse(result);
   FreeNumberList(&values);
 }
 

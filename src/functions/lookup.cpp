@@ -467,6 +467,30 @@ void FnDecaler(Value* args, Value* result, const EvalContext* ctx) {
   ReferenceLike(source, &moved, result);
 }
 
+// A text that is no reference may name one, which it then stands for; a name that leads back to
+// INDIRECT is followed only a few levels deep, so that one naming itself ends. A text that names
+// nothing is #REF!, the error of a reference that cannot be made, whatever the conversion said.
+static void FollowNameOrRefuse(const char16_t* text, Value* result, const EvalContext* ctx) {
+  static int nameDepth = 0;
+  int32_t index = ctx->book < App.workbookCount && nameDepth < 8 && text
+                      ? FindName(ctx->book, ctx->sheet, text)
+                      : -1;
+  const Workbook* wb = index >= 0 ? GetWorkbook(ctx->book) : nullptr;
+  if (wb && static_cast<uint32_t>(index) < wb->nameCount && wb->names[index].formula.bytes) {
+    Value named{};
+    FormulaTokens formula = wb->names[index].formula;
+    nameDepth++;
+    Evaluate(&formula, &named, ctx);
+    nameDepth--;
+    if (named.tag == ValueRef || named.tag == ValueRefList) {
+      *result = named;
+      return;
+    }
+    FreeValue(&named);
+  }
+  if (result->error == ErrValue) *result = ErrorValue(ErrRef);
+}
+
 void FnIndirect(Value* args, Value* result, const EvalContext* ctx) {
   ReduceToScalar(&args[0], ctx);
   const char16_t* unused;
@@ -481,23 +505,20 @@ void FnIndirect(Value* args, Value* result, const EvalContext* ctx) {
     return;
   }
   TextToRefListInStyle(result, copy, ctx, a1Style);
-  // A text that names a reference stands for it. A name that leads back to INDIRECT is followed
-  // only a few levels deep, so that one naming itself ends.
-  static int nameDepth = 0;
-  if (result->tag != ValueError || ctx->book >= App.workbookCount || nameDepth >= 8) return;
-  int32_t index = FindName(ctx->book, ctx->sheet, args[0].text);
-  const Workbook* wb = GetWorkbook(ctx->book);
-  if (index < 0 || static_cast<uint32_t>(index) >= wb->nameCount || !wb->names[index].formula.bytes)
-    return;
-  Value named{};
-  FormulaTokens formula = wb->names[index].formula;
-  nameDepth++;
-  Evaluate(&formula, &named, ctx);
-  nameDepth--;
-  if (named.tag == ValueRef || named.tag == ValueRefList)
-    *result = named;
-  else
-    FreeValue(&named);
+  if (result->tag == ValueError) FollowNameOrRefuse(args[0].text, result, ctx);
+}
+
+// Whether ADRESSE's sheet text goes in quotes. A text that starts with a book in brackets
+// ("[Livre1]Feuil1") is a sheet of that book: the quotes, around the whole, are needed only when
+// the sheet's name needs them or the book's name holds a blank or a quote.
+static bool SheetTextNeedsQuotes(const char16_t* sheet) {
+  if (sheet[0] != u'[') return QuoteNeeded(sheet);
+  const char16_t* close = sheet + 1;
+  while (*close && *close != u']') close++;
+  if (!*close || !close[1]) return QuoteNeeded(sheet);
+  for (const char16_t* p = sheet + 1; p < close; p++)
+    if (*p == u' ' || *p == u'\'') return true;
+  return QuoteNeeded(close + 1);
 }
 
 void FnAdresse(Value* args, Value* result, const EvalContext* ctx) {
@@ -529,7 +550,7 @@ void FnAdresse(Value* args, Value* result, const EvalContext* ctx) {
     cellLength += R1C1Part(u'C', column, !columnAbsolute, cell + cellLength);
   }
   uint32_t sheetLength = TextLength(sheet);
-  bool quote = sheet && QuoteNeeded(sheet);
+  bool quote = sheet && SheetTextNeedsQuotes(sheet);
   uint32_t total = cellLength + (sheet ? sheetLength + 1 + (quote ? 2 : 0) : 0);
   auto* out = static_cast<char16_t*>(Allocate((total + 1) * sizeof(char16_t)));
   if (!out) {

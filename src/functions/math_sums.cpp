@@ -124,7 +124,9 @@ int AddSeriesTerm(double coefficient, void* state) {
 
 using PairTerm = double (*)(double, double);
 
-// The SOMME.X2MY2 family: the term summed over the pairs of numbers at the same place.
+// The SOMME.X2MY2 family: the term summed over the pairs of numbers at the same place. Arrays
+// without a single pair of numbers have no sum: #DIV/0!, as the programs these workbooks come
+// from answer.
 void SumPairs(Value* args, Value* result, const EvalContext* ctx, PairTerm term) {
   if (!ArrayArg(&args[0], result, ctx) || !ArrayArg(&args[1], result, ctx)) return;
   uint32_t count = ElementCount(&args[0]);
@@ -133,6 +135,7 @@ void SumPairs(Value* args, Value* result, const EvalContext* ctx, PairTerm term)
     return;
   }
   double sum = 0;
+  bool paired = false;
   for (uint32_t i = 0; i < count; i++) {
     const Value* x = &args[0].elements[i];
     const Value* y = &args[1].elements[i];
@@ -140,9 +143,12 @@ void SumPairs(Value* args, Value* result, const EvalContext* ctx, PairTerm term)
       *result = x->tag == ValueError ? *x : *y;
       return;
     }
-    if (x->tag == ValueNumber && y->tag == ValueNumber) sum += term(x->number, y->number);
+    if (x->tag == ValueNumber && y->tag == ValueNumber) {
+      sum += term(x->number, y->number);
+      paired = true;
+    }
   }
-  *result = NumberValue(sum);
+  *result = paired ? NumberValue(sum) : ErrorValue(ErrDiv0);
 }
 
 // --- Ranges tested against a criterion -----------------------------------------------------

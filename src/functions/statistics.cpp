@@ -5,9 +5,12 @@
 // COEFFICIENT.CORRELATION, ...) take the pairs in which both members are numbers, and the tests
 // (TEST.Z, TEST.STUDENT, TEST.F, TEST.KHIDEUX) compute their statistic by its textbook definition
 // and take the probability from the distribution cores.
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 
+#include "base/alloc.h"
 #include "functions/aggregate.h"
 #include "functions/handlers.h"
 #include "functions/numeric.h"
@@ -413,21 +416,40 @@ void FnMediane(Value* args, Value* result, const EvalContext* ctx) {
   FreeNumberList(&list);
 }
 
+// MODE takes its arguments as arrays: a text typed as an argument is an element that is no
+// number, passed over like a text in a range. Of several values that come equally often, the one
+// met first in the arguments is the mode.
 void FnMode(Value* args, Value* result, const EvalContext* ctx) {
+  for (int i = 0; i < FunctionFrameSize; i++)
+    if (args[i].tag == ValueText) {
+      FreeValue(&args[i]);
+      args[i] = Value{};
+    }
   NumberList list{};
   if (!GatherNumbers(args, ctx, WalkPlain, &list, result)) return;
-  std::qsort(list.items, list.count, sizeof(double), CompareDoubles);
+  double* sorted = static_cast<double*>(Allocate(list.count * sizeof(double) + 1));
+  if (!sorted) {
+    FreeNumberList(&list);
+    *result = ErrorValue(ErrNA);
+    return;
+  }
+  std::memcpy(sorted, list.items, list.count * sizeof(double));
+  std::qsort(sorted, list.count, sizeof(double), CompareDoubles);
   uint32_t bestRun = 1, run = 1;
-  double best = 0;
   for (uint32_t i = 1; i < list.count; i++) {
-    run = list.items[i] == list.items[i - 1] ? run + 1 : 1;
-    if (run > bestRun) {
-      bestRun = run;
-      best = list.items[i];
-    }
+    run = sorted[i] == sorted[i - 1] ? run + 1 : 1;
+    bestRun = run > bestRun ? run : bestRun;
   }
   // No value that comes twice: there is no mode.
-  *result = bestRun > 1 ? NumberValue(best) : ErrorValue(ErrNA);
+  *result = ErrorValue(ErrNA);
+  for (uint32_t i = 0; bestRun > 1 && i < list.count; i++) {
+    auto [first, last] = std::equal_range(sorted, sorted + list.count, list.items[i]);
+    if (static_cast<uint32_t>(last - first) == bestRun) {
+      *result = NumberValue(list.items[i]);
+      break;
+    }
+  }
+  Release(sorted);
   FreeNumberList(&list);
 }
 

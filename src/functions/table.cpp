@@ -7,9 +7,9 @@
 extern const FunctionEntry MainFunctionRows[];
 extern const FunctionEntry AddInFunctionRows[];
 extern const uint16_t MainFunctionsByNumber[];
-extern const char16_t* const AddInEnglishNames[];
 extern const uint32_t MainFunctionRowCount;
 extern const uint32_t AddInFunctionRowCount;
+extern const char16_t* const AddInEnglishNames[];
 
 static FunctionTables builtInTables;
 static const FunctionTables* activeTables;
@@ -95,11 +95,17 @@ const FunctionEntry* FindFunctionByName(const char16_t* name, uint32_t length, i
   return e;
 }
 
-void NotImplementedFunction(Value*, Value* result, const EvalContext*) {
-  *result = BooleanValue(false);
+int32_t FindAddInByFileName(const char16_t* text) {
+  const FunctionTables* t = ActiveFunctionTables();
+  for (uint32_t i = 0; i < t->addInCount; i++)
+    if (t->addIn[i].name && EqualTextNoCase(t->addIn[i].name, text)) return static_cast<int32_t>(i);
+  if (t != &builtInTables) return -1;
+  for (uint32_t i = 0; i < t->addInCount; i++)
+    if (AddInEnglishNames[i] && EqualTextNoCase(AddInEnglishNames[i], text))
+      return static_cast<int32_t>(i);
+  return -1;
 }
 
-const char16_t* AddInEnglishName(uint32_t index) {
-  const FunctionTables* t = ActiveFunctionTables();
-  return t == &builtInTables && index < t->addInCount ? AddInEnglishNames[index] : nullptr;
+void NotImplementedFunction(Value*, Value* result, const EvalContext*) {
+  *result = BooleanValue(false);
 }

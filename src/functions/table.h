@@ -72,10 +72,10 @@ const char16_t* FunctionNameByNumber(uint32_t number);
 // Binary search of the main table, then of the add-in table, ignoring case, for the `length`
 // characters at `name`; `isAddIn` (when not null) tells which table answered.
 const FunctionEntry* FindFunctionByName(const char16_t* name, uint32_t length, int* isAddIn);
-
-// The English name of the add-in row at `index` of the built-in table, or null (no such name, or
-// a table put in place by a test).
-const char16_t* AddInEnglishName(uint32_t index);
+// The index in the add-in table of the function a workbook calls by `text`: the row's own name,
+// or, in the built-in table, its English name, which workbooks written by English programs hold.
+// -1 when neither matches.
+int32_t FindAddInByFileName(const char16_t* text);
 
 // The handler of the rows that have no implementation: they parse, compile, save and give FALSE.
 void NotImplementedFunction(Value* args, Value* result, const EvalContext* ctx);

@@ -849,8 +849,8 @@ const FunctionEntry AddInFunctionRows[112] = {
     {u"VC.PAIEMENTS", "VR", FnVcPaiements, 0x00000001u, u"principal; schedule", 0},
 };
 
-// The English name of each add-in row, in the order of the add-in table: workbooks
-// written by English programs call the add-in functions by these names.
+// The English name of each add-in row, in the add-in table's order: workbooks written
+// elsewhere call add-in functions by these names.
 const char16_t* const AddInEnglishNames[112] = {
     u"RANDBETWEEN",
     u"AMORDEGRC",

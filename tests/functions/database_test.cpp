@@ -108,4 +108,32 @@ TEST_F(DatabaseTest, ConditionsAndSingleRecordRules) {
   ExpectResults(rows, 1e-14);
 }
 
+// BDLIRE looks for the one record that has the field filled: records whose field is empty or an
+// empty text are passed over, so that none left is #VALUE! and one left is the answer.
+TEST_F(DatabaseTest, BdLireCountsOnlyRecordsWithTheField) {
+  Put(0, "J1", Text(u"Nom"));
+  Put(0, "K1", Text(u"Note"));
+  const char16_t* names[] = {u"a", u"b", u"b", u"c", u"c"};
+  for (int r = 0; r < 5; r++) {
+    std::string address = "J";
+    address += std::to_string(r + 2);
+    Put(0, address.c_str(), Text(names[r]));
+  }
+  Put(0, "K2", NumberValue(5));
+  Put(0, "K4", Text(u""));
+  Put(0, "K6", NumberValue(7));
+  for (const char* column : {"M", "N", "O"})
+    Put(0, (std::string(column) + "1").c_str(), Text(u"Nom"));
+  Put(0, "M2", Text(u"a"));
+  Put(0, "N2", Text(u"b"));
+  Put(0, "O2", Text(u"c"));
+  const Expected rows[] = {
+      {u"=BDLIRE(J1:K6;\"Note\";M1:M2)", 5},
+      {u"=BDLIRE(J1:K6;\"Note\";N1:N2)", 0, "#VALUE!"},
+      {u"=BDLIRE(J1:K6;\"Note\";O1:O2)", 7},
+      {u"=BDLIRE(J1:K6;\"Note\";J1:J6)", 0, "#NUM!"},
+  };
+  ExpectResults(rows, 0);
+}
+
 }  // namespace

@@ -107,10 +107,12 @@ TEST_F(LookupTest, IndexAndDecalerGiveReferences) {
 
 TEST_F(LookupTest, ReferencesFromTextAndTheirMeasures) {
   const Calls rows[] = {
-      {u"INDIRECT", {{u"\"C2\"", "30"}, {u"\"Feuille2!A1\"", "42"}, {u"\"L2C3\";FAUX", "#VALUE!"}}},
+      {u"INDIRECT", {{u"\"C2\"", "30"}, {u"\"Feuille2!A1\"", "42"}, {u"\"L2C3\";FAUX", "#REF!"}}},
       {u"INDIRECT", {{u"\"R2C3\";FAUX", "30"}, {u"\"R[-19]C[-18]\";FAUX", "30"}}},
-      {u"INDIRECT", {{u"\"x y\"", "#VALUE!"}, {u"1/0", "#DIV/0!"}, {u"\"Nombre\"", "#VALUE!"}}},
-      {u"SOMME", {{u"INDIRECT(\"tiers\")", "90"}, {u"INDIRECT(\"Boucle\")", "#VALUE!"}}},
+      // A text that names no reference is #REF!; an error argument passes as it is.
+      {u"INDIRECT", {{u"\"x y\"", "#REF!"}, {u"1/0", "#DIV/0!"}, {u"\"Nombre\"", "#REF!"}}},
+      {u"INDIRECT", {{u"\"\"", "#REF!"}, {u"\"I3\";FAUX", "#REF!"}, {u"\"8\";FAUX", "#REF!"}}},
+      {u"SOMME", {{u"INDIRECT(\"tiers\")", "90"}, {u"INDIRECT(\"Boucle\")", "#REF!"}}},
       {u"LIGNE", {{u"", "21"}, {u"C5:D9", "5"}, {u"1", "#VALUE!"}}},
       {u"COLONNE", {{u"", "21"}, {u"C5:D9", "3"}}},
       {u"LIGNES", {{u"A1:B5", "5"}, {u"{1;2;3}", "3"}, {u"(A1;B2)", "#REF!"}, {u"7", "1"}}},
@@ -137,6 +139,12 @@ TEST_F(LookupTest, AddressesInBothStyles) {
       {u"ADRESSE", {{u"2;3;1;FAUX", "s:R2C3"}, {u"2;3;2;FAUX", "s:R2C[3]"}}},
       {u"ADRESSE", {{u"2;3;1;VRAI;\"Ma feuille\"", "s:'Ma feuille'!$C$2"}}},
       {u"ADRESSE", {{u"2;3;1;VRAI;\"Feuil2\"", "s:Feuil2!$C$2"}}},
+      // A sheet of another book: quoted as a whole only when a part needs it.
+      {u"ADRESSE",
+       {{u"2;3;3;VRAI;\"[Livre1]Feuil1\"", "s:[Livre1]Feuil1!$C2"},
+        {u"1;1;1;VRAI;\"[Livre1]Ma feuille\"", "s:'[Livre1]Ma feuille'!$A$1"},
+        {u"1;1;1;VRAI;\"[Mon livre]Feuil1\"", "s:'[Mon livre]Feuil1'!$A$1"},
+        {u"1;1;1;VRAI;\"[Livre1\"", "s:'[Livre1'!$A$1"}}},
       {u"ADRESSE", {{u"0;1", "#VALUE!"}, {u"65537;1", "#VALUE!"}, {u"1;257", "#VALUE!"}}},
       {u"ADRESSE", {{u"1;1;5", "#VALUE!"}, {u"1;1;0", "#VALUE!"}, {u"\"a\";1/0", "#VALUE!"}}},
   };

@@ -151,8 +151,11 @@ TEST_F(MathTest, SumsOverArraysAndArguments) {
       {u"SOMMEPROD", {{u"{1\\2};{3;4}", "#VALUE!"}, {u"{1\\2};{3\\#N/A}", "#N/A"}}},
       {u"SOMME.X2MY2", {{u"{2\\3};{1\\1}", "11"}, {u"{1\\2};{1}", "#N/A"}}},
       {u"SOMME.X2PY2", {{u"{2\\3};{1\\1}", "15"}, {u"{1\\#DIV/0!};{1\\2}", "#DIV/0!"}}},
-      // The pair with a text is skipped.
-      {u"SOMME.XMY2", {{u"{2\\3};{1\\1}", "5"}, {u"{2\\\"a\"\\5};{1\\1\\1}", "17"}}},
+      // The pair with a text is skipped; arrays without a pair of numbers have no sum.
+      {u"SOMME.XMY2",
+       {{u"{2\\3};{1\\1}", "5"},
+        {u"{2\\\"a\"\\5};{1\\1\\1}", "17"},
+        {u"{\"a\"\\VRAI};{1\\2}", "#DIV/0!"}}},
       {u"SOMME.SERIES", {{u"2;1;1;{1\\2\\3}", "34"}, {u"2;0;2;H1:H2", "19"}}},
   };
   ExpectCalls(rows);

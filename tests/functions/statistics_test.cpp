@@ -68,6 +68,11 @@ TEST_F(StatisticsTest, OrderStatistics) {
       {u"=MEDIANE(A1:A10)", 4.5},
       {u"=MODE(A1:A10)", 4},
       {u"=MODE(1;2;3)", 0, "#N/A"},
+      // Ties go to the value met first; a typed text is no number.
+      {u"=MODE(5;3;3;5)", 5},
+      {u"=MODE(3;5;5;3)", 3},
+      {u"=MODE(1;\"1\";2;3)", 0, "#N/A"},
+      {u"=MODE(\"2\";2;2;3;3)", 2},
       {u"=CENTILE({1;2;3;4};0,5)", 2.5},
       {u"=CENTILE({1;2;3;4};0)", 1},
       {u"=CENTILE({1;2;3;4};1)", 4},

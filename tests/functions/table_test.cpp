@@ -2,6 +2,7 @@
 // and the rows whose handlers have yet to be written.
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -106,6 +107,28 @@ TEST(FunctionTable, FindsByNameAndNumber) {
 
 // The evaluator reaches the built-in rows by number: handlers that exist run, and the rows
 // without an implementation give FALSE.
+// Workbooks written by English programs call the add-in functions by their English names: each
+// add-in row is found by its own name and by its English one, in any case; a main-table name or
+// an unknown one is no add-in.
+TEST(FunctionTable, FindsAddInsByTheNamesWorkbooksHold) {
+  const FunctionTables* t = ActiveFunctionTables();
+  int checked = 0;
+  for (const EnglishName& e : englishNames) {
+    if (!e.addIn) continue;
+    int32_t own = FindAddInByFileName(e.name);
+    ASSERT_GE(own, 0) << Utf8(e.name);
+    EXPECT_EQ(Utf8(t->addIn[own].name), Utf8(e.name));
+    std::string lower = e.english;
+    for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    for (const std::string& english : {std::string(e.english), lower})
+      EXPECT_EQ(FindAddInByFileName(Utf8ToU16(english).c_str()), own) << english;
+    checked++;
+  }
+  EXPECT_EQ(checked, 112);
+  const char16_t* none[] = {u"SOMME", u"SUM", u"", u"WEEKNUMS"};
+  for (const char16_t* name : none) EXPECT_EQ(FindAddInByFileName(name), -1) << Utf8(name);
+}
+
 TEST(FunctionTable, DispatchesThroughTheBuiltInRows) {
   uint32_t book;
   ASSERT_TRUE(CreateWorkbook(nullptr, 0, &book));
