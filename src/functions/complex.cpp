@@ -3,6 +3,7 @@
 // The suffix is a lower-case i or j; what a function writes keeps the suffix it read, and mixing
 // the two in one call is #VALUE!. A number argument is a complex number with no imaginary part,
 // an empty one is 0. Text that does not have the form is #NUM!.
+#include <charconv>
 #include <cmath>
 #include <complex>
 
@@ -28,33 +29,38 @@ bool IsDigit(char16_t c) {
   return c >= u'0' && c <= u'9';
 }
 
-// Reads an unsigned decimal number (digits, separator, digits, exponent) at text[*at]. Returns 0
-// when there are no digits.
+// Reads an unsigned decimal number (digits, separator, digits, exponent) at text[*at], rounded
+// correctly from its digits. Returns 0 when there are no digits or the text is too long to be one.
 int ReadMagnitude(const char16_t* text, uint32_t* at, double* out) {
-  uint32_t i = *at;
-  double value = 0, scale = 1;
+  char ascii[64];
+  uint32_t i = *at, n = 0;
   int digits = 0;
-  for (; IsDigit(text[i]); i++, digits++) value = value * 10 + (text[i] - u'0');
+  bool shrinking = false;  // a negative exponent: out of range means too small, not too large
+  auto take = [&](char c) {
+    if (n + 1 < sizeof ascii) ascii[n] = c;
+    n++;
+  };
+  for (; IsDigit(text[i]); i++, digits++) take(static_cast<char>(text[i]));
   if (text[i] == DecimalSeparator[0]) {
-    for (i++; IsDigit(text[i]); i++, digits++) {
-      scale /= 10;
-      value += (text[i] - u'0') * scale;
-    }
+    take('.');
+    for (i++; IsDigit(text[i]); i++, digits++) take(static_cast<char>(text[i]));
   }
   if (!digits) return 0;
   if (text[i] == u'e' || text[i] == u'E') {
     uint32_t j = i + 1;
-    int sign = 1;
-    if (text[j] == u'+' || text[j] == u'-') sign = text[j++] == u'-' ? -1 : 1;
+    take('e');
+    shrinking = text[j] == u'-';
+    if (text[j] == u'+' || text[j] == u'-') take(static_cast<char>(text[j++]));
     if (!IsDigit(text[j])) return 0;
-    int exponent = 0;
-    for (; IsDigit(text[j]); j++)
-      if (exponent < 10000) exponent = exponent * 10 + (text[j] - u'0');
-    value *= std::pow(10.0, sign * exponent);
+    for (; IsDigit(text[j]); j++) take(static_cast<char>(text[j]));
     i = j;
   }
+  if (n >= sizeof ascii) return 0;
+  auto [end, error] = std::from_chars(ascii, ascii + n, *out);
+  if (end != ascii + n || (error != std::errc() && error != std::errc::result_out_of_range))
+    return 0;
+  if (error == std::errc::result_out_of_range) *out = shrinking ? 0 : HUGE_VAL;
   *at = i;
-  *out = value;
   return 1;
 }
 
@@ -249,6 +255,18 @@ void FoldArguments(Value* args, Value* result, const EvalContext* ctx, bool prod
   GiveComplex(fold.value, fold.suffix, result);
 }
 
+// a / b by Smith's scaling, dividing through by the larger part of b, which keeps the
+// intermediate products in range and rounds as workbooks' stored quotients do.
+Complex Divide(Complex a, Complex b) {
+  double c = b.real(), d = b.imag();
+  if (std::fabs(c) >= std::fabs(d)) {
+    double r = d / c, den = c + d * r;
+    return Complex((a.real() + a.imag() * r) / den, (a.imag() - a.real() * r) / den);
+  }
+  double r = c / d, den = c * r + d;
+  return Complex((a.real() * r + a.imag()) / den, (a.imag() * r - a.real()) / den);
+}
+
 // The binary handlers: both operands read left to right, then the suffix settled.
 int ReadPair(Value* args, Value* result, const EvalContext* ctx, ComplexArg* a, ComplexArg* b) {
   return ComplexArgument(&args[0], result, ctx, a) && ComplexArgument(&args[1], result, ctx, b) &&
@@ -354,7 +372,7 @@ void FnComplexeDiv(Value* args, Value* result, const EvalContext* ctx) {
   if (b.z == Complex(0, 0))
     *result = ErrorValue(ErrNum);
   else
-    GiveComplex(a.z / b.z, a.suffix, result);
+    GiveComplex(Divide(a.z, b.z), a.suffix, result);
 }
 
 void FnComplexeSomme(Value* args, Value* result, const EvalContext* ctx) {

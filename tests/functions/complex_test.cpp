@@ -31,6 +31,8 @@ TEST_F(ComplexTest, TextFormsReadAndWritten) {
       {u"=COMPLEXE.REEL(\"-2,5E2-j\")", "-250"},
       {u"=COMPLEXE.IMAGINAIRE(\"-2,5E2-j\")", "-1"},
       {u"=COMPLEXE.IMAGINAIRE(\"+i\")", "1"},
+      {u"=COMPLEXE.REEL(\"1E-400+i\")", "0"},
+      {u"=COMPLEXE.REEL(\"1E400+i\")", "#NUM!"},
       {u"=COMPLEXE.IMAGINAIRE(\"-4,5j\")", "-4.5"},
       {u"=COMPLEXE.IMAGINAIRE(\"14+0,88j\")", "0.88"},
       {u"=COMPLEXE.IMAGINAIRE(7)", "0"},
@@ -63,6 +65,9 @@ TEST_F(ComplexTest, ArithmeticAndElementaryFunctions) {
       {u"=COMPLEXE.SIN(\"3+4i\")", "s:3,85373803791938-27,0168132580039i"},
       {u"=COMPLEXE.MODULE(\"5+12i\")", "13"},
       {u"=COMPLEXE.ARGUMENT(\"-1\")", "3.14159265358979"},
+      {u"=COMPLEXE.DIV(\"1,85021985907055+1,41787163074572j\";\"0,556971676153418+0,"
+       u"426821890855467j\")",
+       "s:3,32192809488737-8,28846662730513E-15j"},
       {u"=COMPLEXE.SOMME(\"3+4i\";\"5-3j\")", "#VALUE!"},
       {u"=COMPLEXE.DIV(1;0)", "#NUM!"},
       {u"=COMPLEXE.LN(0)", "#NUM!"},
