@@ -30,6 +30,8 @@ struct PocketLoad {
   uint32_t customCount;  // FORMAT records read: their indices in the workbook's format table
   uint32_t customCapacity;
   uint16_t* customFormats;
+  uint32_t nextFormatId;                   // for formats added to the table; 0 until needed
+  int32_t tableFormats[PocketFormatRows];  // by table row given by text: its index + 1, or 0
   uint32_t fileZoom;
   uint32_t activeTab;
   bool stringPending;  // the FORMULA just read waits for its text in a STRING record
@@ -428,17 +430,17 @@ static int ReadFont(PocketLoad* load) {
   return 1;
 }
 
-// The index of the format with this text in the workbook's table (with `reuse`), or of a new
-// entry under a number of its own; -1 on lost memory. A custom format of the file is always a new
-// entry, even when its text equals a built-in one, so that it saves back as it came.
-static int32_t FindOrAddFormat(uint32_t book, const char16_t* code, bool reuse) {
-  Workbook* wb = GetWorkbook(book);
-  uint32_t nextId = 164;
-  for (uint32_t i = 0; i < wb->numberFormatCount; i++) {
-    if (reuse && CompareText(wb->numberFormats[i].code, code) == 0) return static_cast<int32_t>(i);
-    if (wb->numberFormats[i].id >= nextId) nextId = wb->numberFormats[i].id + 1u;
+// Adds a format to the workbook's table under the next number of its own; returns its index, or
+// General (0) when the numbers have run out, or -1 on lost memory.
+static int32_t AddFormat(PocketLoad* load, const char16_t* code) {
+  Workbook* wb = GetWorkbook(load->book);
+  if (load->nextFormatId == 0) {
+    load->nextFormatId = 164;
+    for (uint32_t i = 0; i < wb->numberFormatCount; i++)
+      if (wb->numberFormats[i].id >= load->nextFormatId)
+        load->nextFormatId = wb->numberFormats[i].id + 1u;
   }
-  if (nextId > 0xFFFF) return 0;
+  if (load->nextFormatId > 0xFFFF) return 0;
   char16_t* copy = TextDuplicate(code);
   if (!copy) return -1;
   void* grown = Reallocate(wb->numberFormats, wb->numberFormatCount * sizeof(NumberFormat),
@@ -449,8 +451,22 @@ static int32_t FindOrAddFormat(uint32_t book, const char16_t* code, bool reuse) 
   }
   wb->numberFormats = static_cast<NumberFormat*>(grown);
   wb->numberFormats[wb->numberFormatCount] =
-      NumberFormat{static_cast<uint16_t>(nextId), 0, copy, nullptr};
+      NumberFormat{static_cast<uint16_t>(load->nextFormatId++), 0, copy, nullptr};
   return static_cast<int32_t>(wb->numberFormatCount++);
+}
+
+// A row of the built-in table that is given by its text: the format of the workbook with that
+// text, or a new one, found once per load.
+static int32_t FormatOfTableText(PocketLoad* load, uint32_t row) {
+  if (load->tableFormats[row]) return load->tableFormats[row] - 1;
+  const Workbook* wb = GetWorkbook(load->book);
+  int32_t index = -2;
+  for (uint32_t i = 0; i < wb->numberFormatCount && index < 0; i++)
+    if (CompareText(wb->numberFormats[i].code, PocketFormatTable[row].text) == 0)
+      index = static_cast<int32_t>(i);
+  if (index < 0) index = AddFormat(load, PocketFormatTable[row].text);
+  if (index >= 0) load->tableFormats[row] = index + 1;
+  return index;
 }
 
 static int ReadFormat(PocketLoad* load) {
@@ -458,7 +474,9 @@ static int ReadFormat(PocketLoad* load) {
   if (!b) return 0;
   char16_t* code = TakeText(load, b[0]);
   if (!code) return 0;
-  int32_t index = FindOrAddFormat(load->book, code, false);
+  // A custom format is a new entry even when its text is that of another, so that it saves back
+  // as it came.
+  int32_t index = AddFormat(load, code);
   Release(code);
   if (index < 0 ||
       !GrowArray(&load->customFormats, &load->customCapacity, load->customCount + 1, 8))
@@ -471,7 +489,7 @@ static int ReadFormat(PocketLoad* load) {
 static int32_t FormatFromPocket(PocketLoad* load, uint16_t number) {
   if (number < PocketFormatRows) {
     const PocketFormatRow& row = PocketFormatTable[number];
-    if (row.biffId < 0) return FindOrAddFormat(load->book, row.text, true);
+    if (row.biffId < 0) return FormatOfTableText(load, number);
     int32_t index = FindNumberFormatById(load->book, static_cast<uint32_t>(row.biffId));
     return index < 0 ? 0 : index;
   }

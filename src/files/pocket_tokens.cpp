@@ -215,6 +215,25 @@ static uint32_t CopySame(Rewrite* r, uint32_t p) {
   return size;
 }
 
+// Operand bytes of the tokens whose shape differs between the file and memory.
+struct TokenShape {
+  uint8_t base;
+  uint8_t file;
+  uint8_t memory;
+};
+
+static const TokenShape ReshapedTokens[] = {
+    {ptgName, 14, 4},    {ptgRef, 3, 4},         {ptgRefErr, 3, 4}, {ptgArea, 6, 8},
+    {ptgAreaErr, 6, 8},  {ptgNameX, 24, 6},      {ptgRef3d, 17, 6}, {ptgRefErr3d, 17, 6},
+    {ptgArea3d, 20, 10}, {ptgAreaErr3d, 20, 10},
+};
+
+static const TokenShape* ReshapedToken(uint8_t base) {
+  for (const TokenShape& shape : ReshapedTokens)
+    if (shape.base == base) return &shape;
+  return nullptr;
+}
+
 using TokenStep = uint32_t (*)(Rewrite* r, uint32_t p);
 
 // Walks the source token by token through `step`, corrects the jumps and hands the result over
@@ -304,32 +323,10 @@ static int16_t SheetFromFile(const uint8_t* p) {
 static uint32_t TokenFromFile(Rewrite* r, uint32_t p) {
   const uint8_t* a = r->src + p + 1;
   uint8_t op = r->src[p], base = FoldOpcode(op);
-  uint32_t left = r->length - p - 1;
-  uint32_t need;
-  switch (base) {
-    case ptgName:
-    case ptgRef:
-    case ptgRefErr:
-    case ptgArea:
-    case ptgAreaErr:
-    case ptgNameX:
-    case ptgRef3d:
-    case ptgRefErr3d:
-    case ptgArea3d:
-    case ptgAreaErr3d:
-      need = base == ptgName                           ? 14
-             : base == ptgRef || base == ptgRefErr     ? 3
-             : base == ptgArea || base == ptgAreaErr   ? 6
-             : base == ptgNameX                        ? 24
-             : base == ptgRef3d || base == ptgRefErr3d ? 17
-                                                       : 20;
-      if (left < need) return Malformed(r, "a formula ends inside a token");
-      break;
-    case ptgAttr:
-      return CopyAttr(r, p);
-    default:
-      return CopySame(r, p);
-  }
+  const TokenShape* shape = ReshapedToken(base);
+  if (!shape) return base == ptgAttr ? CopyAttr(r, p) : CopySame(r, p);
+  uint32_t need = shape->file;
+  if (r->length - p - 1 < need) return Malformed(r, "a formula ends inside a token");
   PutByte(r, op);
   switch (base) {
     case ptgName:
@@ -397,33 +394,10 @@ static void PutAreaToFile(Rewrite* r, const uint8_t* a) {
 static uint32_t TokenToFile(Rewrite* r, uint32_t p) {
   const uint8_t* a = r->src + p + 1;
   uint8_t op = r->src[p], base = FoldOpcode(op);
-  uint32_t left = r->length - p - 1;
-  uint32_t need;
-  switch (base) {
-    case ptgName:
-    case ptgRef:
-    case ptgRefErr:
-      need = 4;
-      break;
-    case ptgArea:
-    case ptgAreaErr:
-      need = 8;
-      break;
-    case ptgNameX:
-    case ptgRef3d:
-    case ptgRefErr3d:
-      need = 6;
-      break;
-    case ptgArea3d:
-    case ptgAreaErr3d:
-      need = 10;
-      break;
-    case ptgAttr:
-      return CopyAttr(r, p);
-    default:
-      return CopySame(r, p);
-  }
-  if (left < need) return Malformed(r, "a formula ends inside a token");
+  const TokenShape* shape = ReshapedToken(base);
+  if (!shape) return base == ptgAttr ? CopyAttr(r, p) : CopySame(r, p);
+  uint32_t need = shape->memory;
+  if (r->length - p - 1 < need) return Malformed(r, "a formula ends inside a token");
   PutByte(r, op);
   switch (base) {
     case ptgName:

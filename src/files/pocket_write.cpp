@@ -130,12 +130,17 @@ static void WriteFont(PocketOut* out, const FontRecord* font) {
 // on with its FORMAT record; else General.
 static int MapFormats(PocketSave* save) {
   const Workbook* wb = GetWorkbook(save->book);
-  save->formatMap =
-      static_cast<uint16_t*>(Allocate((wb->numberFormatCount + 1) * sizeof(uint16_t)));
+  uint32_t count = wb->numberFormatCount;
+  save->formatMap = static_cast<uint16_t*>(Allocate((count + 1) * sizeof(uint16_t)));
   if (!save->formatMap) return 0;
+  // First the formats the written cell formats use (marked 1), then each format's number.
+  for (uint32_t x = 0; x < wb->xfCount; x++)
+    if (!(wb->xfs[x].flags & XfStyle) && wb->xfs[x].numberFormat < count)
+      save->formatMap[wb->xfs[x].numberFormat] = 1;
   uint16_t nextCustom = PocketCustomFormatBase;
-  for (uint32_t i = 0; i < wb->numberFormatCount; i++) {
+  for (uint32_t i = 0; i < count; i++) {
     const NumberFormat* format = &wb->numberFormats[i];
+    bool used = save->formatMap[i] != 0;
     int32_t row = -1;
     for (uint32_t r = 0; r < PocketFormatRows && row < 0; r++)
       if (PocketFormatTable[r].biffId == format->id) row = static_cast<int32_t>(r);
@@ -147,9 +152,6 @@ static int MapFormats(PocketSave* save) {
       continue;
     }
     save->formatMap[i] = 0;
-    bool used = false;
-    for (uint32_t x = 0; x < wb->xfCount && !used; x++)
-      used = wb->xfs[x].numberFormat == i && !(wb->xfs[x].flags & XfStyle);
     if (!used || TextLength(format->code) > 255 || nextCustom == 0xFFFF) continue;
     save->formatMap[i] = nextCustom++;
     PutU8(&save->out, PocketFormat);
