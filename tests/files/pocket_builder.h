@@ -48,92 +48,36 @@ inline Bytes Stream(std::initializer_list<Rec> records) {
   return out;
 }
 
-// The size of the body behind the id byte at `at`, by the format's own rules; 0 for an unknown id
-// and -1 when the stream ends inside the record.
+// The size of the body behind the id byte at `at`, by the format's own rules: fixed bytes, plus up
+// to two counts read from the body times their unit; 0 for an unknown id, -1 when the stream ends
+// inside the record.
 inline int64_t PocketBodySize(const Bytes& s, size_t at) {
-  auto u16 = [&](size_t p) -> int64_t {
-    return p + 1 < s.size() ? s[p] | s[p + 1] << 8 : -1000000;
+  struct Rule {
+    uint8_t id, fixed, at1, width1, unit1, at2, width2, unit2;
   };
-  auto u8 = [&](size_t p) -> int64_t { return p < s.size() ? s[p] : -1000000; };
+  static const Rule rules[] = {
+      {1, 5, 0, 0, 0, 0, 0, 0},    {3, 13, 0, 0, 0, 0, 0, 0},  {4, 7, 5, 2, 2, 0, 0, 0},
+      {5, 7, 0, 0, 0, 0, 0, 0},    {6, 16, 14, 2, 1, 0, 0, 0}, {7, 2, 0, 2, 2, 0, 0, 0},
+      {8, 8, 0, 0, 0, 0, 0, 0},    {9, 4, 0, 0, 0, 0, 0, 0},   {10, 0, 0, 0, 0, 0, 0, 0},
+      {29, 9, 0, 0, 0, 0, 0, 0},   {30, 1, 0, 1, 2, 0, 0, 0},  {37, 4, 0, 0, 0, 0, 0, 0},
+      {61, 4, 0, 0, 0, 0, 0, 0},   {62, 5, 0, 0, 0, 0, 0, 0},  {65, 9, 0, 0, 0, 0, 0, 0},
+      {66, 2, 0, 0, 0, 0, 0, 0},   {85, 6, 0, 0, 0, 0, 0, 0},  {125, 9, 0, 0, 0, 0, 0, 0},
+      {140, 4, 0, 0, 0, 0, 0, 0},  {160, 4, 0, 0, 0, 0, 0, 0}, {224, 22, 0, 0, 0, 0, 0, 0},
+      {49, 15, 14, 1, 2, 0, 0, 0}, {133, 2, 1, 1, 2, 0, 0, 0}, {24, 7, 2, 1, 2, 3, 2, 1},
+  };
+
   size_t b = at + 1;
-  int64_t size;
-  switch (s[at]) {
-    case 1:
-      size = 5;
-      break;
-    case 3:
-      size = 13;
-      break;
-    case 4:
-      size = 7 + 2 * u16(b + 5);
-      break;
-    case 5:
-      size = 7;
-      break;
-    case 6:
-      size = 16 + u16(b + 14);
-      break;
-    case 7:
-      size = 2 + 2 * u16(b);
-      break;
-    case 8:
-      size = 8;
-      break;
-    case 9:
-      size = 4;
-      break;
-    case 10:
-      size = 0;
-      break;
-    case 24:
-      size = 7 + 2 * u8(b + 2) + u16(b + 3);
-      break;
-    case 29:
-      size = 9;
-      break;
-    case 30:
-      size = 1 + 2 * u8(b);
-      break;
-    case 37:
-      size = 4;
-      break;
-    case 49:
-      size = 15 + 2 * u8(b + 14);
-      break;
-    case 61:
-      size = 4;
-      break;
-    case 62:
-      size = 5;
-      break;
-    case 65:
-      size = 9;
-      break;
-    case 66:
-      size = 2;
-      break;
-    case 85:
-      size = 6;
-      break;
-    case 125:
-      size = 9;
-      break;
-    case 133:
-      size = 2 + 2 * u8(b + 1);
-      break;
-    case 140:
-      size = 4;
-      break;
-    case 160:
-      size = 4;
-      break;
-    case 224:
-      size = 22;
-      break;
-    default:
-      return 0;
+  auto count = [&](uint8_t offset, uint8_t width) -> int64_t {
+    if (!width) return 0;
+    if (b + offset + width > s.size()) return -1000000;
+    return width == 1 ? s[b + offset] : s[b + offset] | s[b + offset + 1] << 8;
+  };
+  for (const Rule& r : rules) {
+    if (r.id != s[at]) continue;
+    int64_t size = r.fixed + count(r.at1, r.width1) * r.unit1 + count(r.at2, r.width2) * r.unit2;
+    return size < 0 || b + static_cast<size_t>(size) > s.size() ? -1 : size;
   }
-  return size < 0 || b + static_cast<size_t>(size) > s.size() ? -1 : size;
+  return 0;
 }
 
 // The records of a stream, each with its id byte first; a stream cut inside a record gives an

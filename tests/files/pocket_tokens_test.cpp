@@ -1,6 +1,7 @@
 // Formula tokens between memory and the Pocket Excel file: each kind of token that changes size
 // or shape, jumps corrected across those changes, what the format cannot hold, malformed file
 // tokens, and the function list against the function table.
+#include <sstream>
 #include <string>
 
 #include "files/pocket_fixture.h"
@@ -234,32 +235,27 @@ TEST_F(PocketTest, MalformedFileTokensAreRefusedWithAReason) {
 }
 
 TEST(PocketFunctions, TheListNamesTheFunctionsOfTheFormat) {
-  const char16_t* names[PocketFunctionCount] = {
-      u"ABS",        u"ACOS",        u"ALEA",        u"AMORLIN",    u"ANNEE",       u"ARRONDI",
-      u"ASIN",       u"ATAN",        u"ATAN2",       u"BDECARTYPE", u"BDECARTYPEP", u"BDLIRE",
-      u"BDMAX",      u"BDMIN",       u"BDMOYENNE",   u"BDNB",       u"BDNBVAL",     u"BDPRODUIT",
-      u"BDSOMME",    u"BDVAR",       u"BDVARP",      u"CHOISIR",    u"CNUM",        u"COLONNES",
-      u"COS",        u"DATE",        u"DATEVAL",     u"DDB",        u"DEGRES",      u"DROITE",
-      u"ECARTYPE",   u"ECARTYPEP",   u"ENT",         u"EQUIV",      u"ESTERR",      u"ESTERREUR",
-      u"ESTLOGIQUE", u"ESTNA",       u"ESTNONTEXTE", u"ESTNUM",     u"ESTTEXTE",    u"ESTVIDE",
-      u"ET",         u"EXACT",       u"EXP",         u"FACT",       u"FAUX",        u"GAUCHE",
-      u"HEURE",      u"INDEX",       u"JOUR",        u"LIGNES",     u"LN",          u"LOG",
-      u"LOG10",      u"MAINTENANT",  u"MAJUSCULE",   u"MAX",        u"MIN",         u"MINUSCULE",
-      u"MINUTE",     u"MOD",         u"MOIS",        u"MOYENNE",    u"N",           u"NA",
-      u"NB",         u"NB.SI",       u"NB.VIDE",     u"NBCAR",      u"NBVAL",       u"NOMPROPRE",
-      u"NON",        u"NPM",         u"OU",          u"PI",         u"PRODUIT",     u"PUISSANCE",
-      u"RACINE",     u"RADIANS",     u"RECHERCHEH",  u"RECHERCHEV", u"REMPLACER",   u"REPT",
-      u"SECONDE",    u"SI",          u"SIN",         u"SOMME",      u"SOMME.SI",    u"STXT",
-      u"SUBSTITUE",  u"SUPPRESPACE", u"SYD",         u"T",          u"TAN",         u"TAUX",
-      u"TEMPS",      u"TEMPSVAL",    u"TRI",         u"TRONQUE",    u"TROUVE",      u"TYPE.ERREUR",
-      u"VA",         u"VAN",         u"VAR",         u"VAR.P",      u"VC",          u"VPM",
-      u"VRAI",
-  };
-  for (uint32_t i = 0; i < PocketFunctionCount; i++) {
-    const FunctionEntry* e = FindFunctionByName(names[i], TextLength(names[i]), nullptr);
-    ASSERT_NE(e, nullptr) << TextToUtf8(names[i]);
-    EXPECT_EQ(FunctionNumber(e), PocketFunctions[i]) << TextToUtf8(names[i]);
+  std::istringstream names(
+      "ABS ACOS ALEA AMORLIN ANNEE ARRONDI ASIN ATAN ATAN2 BDECARTYPE BDECARTYPEP BDLIRE BDMAX "
+      "BDMIN BDMOYENNE BDNB BDNBVAL BDPRODUIT BDSOMME BDVAR BDVARP CHOISIR CNUM COLONNES COS DATE "
+      "DATEVAL DDB DEGRES DROITE ECARTYPE ECARTYPEP ENT EQUIV ESTERR ESTERREUR ESTLOGIQUE ESTNA "
+      "ESTNONTEXTE ESTNUM ESTTEXTE ESTVIDE ET EXACT EXP FACT FAUX GAUCHE HEURE INDEX JOUR LIGNES "
+      "LN "
+      "LOG LOG10 MAINTENANT MAJUSCULE MAX MIN MINUSCULE MINUTE MOD MOIS MOYENNE N NA NB NB.SI "
+      "NB.VIDE NBCAR NBVAL NOMPROPRE NON NPM OU PI PRODUIT PUISSANCE RACINE RADIANS RECHERCHEH "
+      "RECHERCHEV REMPLACER REPT SECONDE SI SIN SOMME SOMME.SI STXT SUBSTITUE SUPPRESPACE SYD T "
+      "TAN "
+      "TAUX TEMPS TEMPSVAL TRI TRONQUE TROUVE TYPE.ERREUR VA VAN VAR VAR.P VC VPM VRAI");
+  uint32_t i = 0;
+  for (std::string name; names >> name; i++) {
+    std::u16string text = Utf8ToU16(name);
+    const FunctionEntry* e =
+        FindFunctionByName(text.c_str(), static_cast<uint32_t>(text.size()), nullptr);
+    ASSERT_NE(e, nullptr) << name;
+    ASSERT_LT(i, PocketFunctionCount);
+    EXPECT_EQ(FunctionNumber(e), PocketFunctions[i]) << name;
   }
+  EXPECT_EQ(i, PocketFunctionCount);
 }
 
 }  // namespace
