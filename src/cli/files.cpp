@@ -8,6 +8,7 @@
 #include "cli/verbs.h"
 #include "files/biff_write.h"
 #include "files/open.h"
+#include "files/pocket.h"
 #include "formula/recalc.h"
 #include "model/workbook.h"
 
@@ -67,6 +68,17 @@ int RunCells(int argc, char** argv) {
   return 0;
 }
 
+// What a Pocket Excel file cannot hold is left out of it: say how much, and why, on stderr.
+static void ReportPocketDrops(uint32_t book, const char* target) {
+  PocketDrops drops;
+  CountPocketDrops(book, &drops);
+  for (int32_t reason = PocketKept + 1; reason < PocketDropKinds; reason++)
+    if (drops.count[reason])
+      std::fprintf(stderr, "tessarel-cli convert: %s: %s: %u %s\n", target,
+                   reason < PocketDropFormulaKinds ? "saved as values" : "left out",
+                   drops.count[reason], PocketDropName(reason));
+}
+
 int RunConvert(int argc, char** argv) {
   CliOptions options;
   if (!ReadCliOptions(argc, argv, &options, "convert", CliBiff5Option)) return 2;
@@ -94,6 +106,7 @@ int RunConvert(int argc, char** argv) {
     std::fprintf(stderr,
                  "tessarel-cli convert: %s holds one sheet: writing the active sheet '%s'\n",
                  target, TextToUtf8(wb->sheets[wb->currentSheet]->name).c_str());
+  if (type == FilePxl || type == FilePxt) ReportPocketDrops(book, target);
   int ok = path && SaveWorkbookFile(book, path, 0);
   Release(path);
   const BiffSaveReport* report = LastBiffSaveReport();

@@ -10,6 +10,7 @@
 #include "base/text.h"
 #include "files/biff_read.h"
 #include "files/biff_write.h"
+#include "files/pocket.h"
 #include "files/safe_save.h"
 #include "format/locale.h"
 #include "model/workbook.h"
@@ -38,6 +39,14 @@ static int ReadXls(uint32_t book, const uint8_t* bytes, size_t size, char16_t, L
   return ReadXlsFile(book, bytes, size);
 }
 
+static int ReadPxl(uint32_t book, const uint8_t* bytes, size_t size, char16_t, LoadReport*) {
+  return ReadPocketWorkbook(book, bytes, size);
+}
+
+static int WritePxl(FILE* file, void* context) {
+  return WritePocketWorkbook(static_cast<SaveJob*>(context)->book, file);
+}
+
 static int WriteCsv(FILE* file, void* context) {
   return WriteDelimited(static_cast<SaveJob*>(context)->book, file, DelimitedCsv);
 }
@@ -57,9 +66,9 @@ struct FileTypeRow {
 };
 
 static const FileTypeRow FileTypes[] = {
-    {u"csv", ReadCsv, WriteCsv}, {u"pxl", nullptr, nullptr}, {u"xls", ReadXls, WriteXls},
-    {u"xlt", ReadXls, WriteXls}, {u"bmp", nullptr, nullptr}, {u"txt", ReadTxt, WriteTxt},
-    {u"pxt", nullptr, nullptr},
+    {u"csv", ReadCsv, WriteCsv}, {u"pxl", ReadPxl, WritePxl}, {u"xls", ReadXls, WriteXls},
+    {u"xlt", ReadXls, WriteXls}, {u"bmp", nullptr, nullptr},  {u"txt", ReadTxt, WriteTxt},
+    {u"pxt", ReadPxl, WritePxl},
 };
 static_assert(sizeof FileTypes / sizeof FileTypes[0] == FileUnknown);
 

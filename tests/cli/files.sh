@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# The file verbs as a user runs them: `cells` lists a csv or txt file, `convert` turns one into
+# The file verbs as a user runs them: `cells` lists a csv, txt or pxl file, `convert` turns one into
 # the other, and refused files exit 1 with the reason on stderr.
 set -u
 cli=$1
@@ -51,6 +51,16 @@ printf 'a;b"c\r\n' >"$work/quote.csv"
 run 1 "$cli" convert --locale fr-FR "$work/quote.csv" "$work/never.txt"
 grep -q 'Invalid data in input file' "$work/err" || { echo "FAIL: invalid data message"; fail=1; }
 [ -e "$work/never.txt" ] && { echo "FAIL: a refused load wrote its target"; fail=1; }
+# Pocket Excel: a formula outside the format's function list is saved as its value, and said so.
+printf '1,5\ttexte\t=A1*2\t=PLAFOND(A1;1)\t=SI(A1>1;B1;0)\r\n' >"$work/p.txt"
+run 0 "$cli" convert --locale fr-FR "$work/p.txt" "$work/p.pxl"
+grep -q 'p.pxl: saved as values: 1 formulas calling a function outside' "$work/err" ||
+  { echo "FAIL: pocket drops not reported"; cat "$work/err"; fail=1; }
+run 0 "$cli" cells --locale fr-FR "$work/p.pxl"
+same "cells of a pxl" "$(printf '0\tA1\tn\t1.5\t\t1,5\n0\tB1\ts\ttexte\t\ttexte\n0\tC1\tn\t3\t=A1*2\t3\n0\tD1\tn\t2\t\t2\n0\tE1\ts\ttexte\t=SI(A1>1;B1;0)\ttexte')" "$work/out"
+run 0 "$cli" convert --locale fr-FR "$work/p.pxl" "$work/q.pxt"
+cmp -s "$work/p.pxl" "$work/q.pxt" || { echo "FAIL: pxl to pxt changed the stream"; fail=1; }
+
 run 1 "$cli" cells "$work/missing.csv"
 grep -q 'Unable to open input file' "$work/err" || { echo "FAIL: missing file message"; fail=1; }
 run 1 "$cli" convert --locale fr-FR "$work/a.csv" "$work/out.xyz"

@@ -69,7 +69,7 @@ TEST_F(OpenTest, RefusalsSayWhy) {
       {PathOf("absent.csv"), "Unable to open input file\n"},
       {PathOf("book.xls", "x", true), "Workbook not found in file"},
       {PathOf("book.xlt", "not a compound file", true), "Workbook not found in file"},
-      {PathOf("book.pxt", "x", true), "Ce type de fichier n'est pas encore pris en charge\n"},
+      {PathOf("book.pxt", "/", true), "Le fichier est protégé par un mot de passe"},
       {PathOf("image.bmp", "x", true), nullptr},
   };
   for (const Case& c : cases) {
