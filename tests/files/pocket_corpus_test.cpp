@@ -1,8 +1,9 @@
 // The workbook corpus through the Pocket Excel format: every workbook that loads is saved as a
 // .pxl stream and read back. Every value of a worksheet within the format's rows comes back, every
 // formula the format can hold comes back with the same text, the others come back as their values,
-// and the Pocket file, read and saved again, gives the same stream. What was left out is reported
-// by reason. Pocket files of the corpus, if any, are read too.
+// and the Pocket file, read and saved again, gives the same stream; saved from there as Excel 97
+// and read back, it loses nothing more. What was left out is reported by reason. Pocket files of
+// the corpus, if any, are read too.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -17,9 +18,11 @@
 #include "base/message.h"
 #include "base/text.h"
 #include "files/biff_read.h"
+#include "files/biff_write.h"
 #include "files/corpus.h"
 #include "files/pocket.h"
 #include "files/pocket_builder.h"
+#include "files/workbook_compare.h"
 #include "formula/formula_text.h"
 #include "model/workbook.h"
 
@@ -67,6 +70,7 @@ bool InArray(const Sheet* s, const Cell* c) {
 
 struct Tally {
   int files = 0, refused = 0, cells = 0, formulasKept = 0, formulasAsValues = 0, restable = 0;
+  int xlsCells = 0;
   uint64_t drops[PocketDropKinds] = {};
   std::vector<std::string> differing;
 };
@@ -173,6 +177,21 @@ TEST(PocketCorpus, WorkbooksKeepWhatTheFormatCanHold) {
     ASSERT_EQ(ReadPocketWorkbook(back, stream.data(), stream.size()), 1)
         << (LastMessage() ? TextToUtf8(LastMessage()) : "");
     Compare(book, back, relative, &tally);
+    // The workbook as the Pocket file gave it, on to Excel 97 and back.
+    uint8_t* xls = nullptr;
+    uint32_t xlsSize = 0;
+    BiffSaveReport xlsReport{};
+    ASSERT_TRUE(BuildBiffStream(back, 8, &xls, &xlsSize, &xlsReport));
+    uint32_t fromXls;
+    ASSERT_TRUE(CreateWorkbook(u"again.xls", 0, &fromXls));
+    EXPECT_TRUE(ReadBiffWorkbook(fromXls, xls, xlsSize));
+    Release(xls);
+    WorkbookDifferences xlsDifferences;
+    CompareWorkbooks(back, fromXls, false, &xlsDifferences);
+    tally.xlsCells += xlsDifferences.cells;
+    for (size_t i = 0; i < xlsDifferences.items.size() && i < 3; i++)
+      Differ(&tally, relative + " pxl -> xls: " + xlsDifferences.items[i]);
+    EXPECT_EQ(xlsDifferences.differences, 0);
     // A Pocket file read and saved again gives the same stream, apart from the results of the
     // formulas that are worked out again on saving (the volatile ones).
     Bytes second = Save(back, nullptr);
@@ -188,9 +207,9 @@ TEST(PocketCorpus, WorkbooksKeepWhatTheFormatCanHold) {
   std::printf(
       "pocket corpus: %d workbooks saved and read back (%d refused by their reader); "
       "%d cells compared, %d formulas kept, %d saved as their values; %d Pocket files "
-      "saved as they were read\n",
+      "saved as they were read; %d cells the same after pxl -> xls\n",
       tally.files, tally.refused, tally.cells, tally.formulasKept, tally.formulasAsValues,
-      tally.restable);
+      tally.restable, tally.xlsCells);
   for (int32_t r = PocketKept + 1; r < PocketDropKinds; r++)
     if (tally.drops[r])
       std::printf("  left out %llu: %s\n", static_cast<unsigned long long>(tally.drops[r]),
