@@ -2,6 +2,7 @@
 // the ends, substitution of one or all matches, case and cleaning, codes without a code page,
 // TEXTE through text sections, written denominators and serials outside the calendar, and the
 // rows of the double-byte versions.
+#include "format/locale.h"
 #include "functions/formula_fixture.h"
 
 namespace {
@@ -106,6 +107,21 @@ TEST_F(TextTest, NumbersPrintedAsText) {
       {u"DATESTRING", {{u"36000", "s:98年07月24日"}, {u"-1", "#VALUE!"}}},
   };
   ExpectCalls(rows);
+}
+
+// FRANC prints through the currency code of the regional settings, without the padding that lines
+// up a column: the French code has none, the US one pads positive amounts.
+TEST_F(TextTest, FrancLeavesOutTheCurrencyPadding) {
+  const Calls french[] = {
+      {u"FRANC", {{u"1234,567", "s:1 234,57 \u20AC"}, {u"-1;0", "s:-1 \u20AC"}}},
+  };
+  ExpectCalls(french);
+  ApplyLocale(LocaleEnglishUS);
+  const Calls us[] = {
+      {u"FRANC", {{u"4.567", "s:$4.57"}, {u"-1", "s:($1.00)"}, {u"1234.5", "s:$1,234.50"}}},
+  };
+  ExpectCalls(us);
+  ApplyLocale(LocaleFrench);
 }
 
 }  // namespace
