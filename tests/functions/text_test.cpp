@@ -80,6 +80,8 @@ TEST_F(TextTest, CaseCleaningCodesAndComparison) {
       {u"CAR", {{u"233", "s:é"}, {u"65,9", "s:A"}, {u"0", "#VALUE!"}, {u"256", "#VALUE!"}}},
       {u"EXACT", {{u"\"a\";\"A\"", "b:0"}, {u"\"é\";\"é\"", "b:1"}, {u"1;\"1\"", "b:1"}}},
       {u"T", {{u"A1", "s:Été"}, {u"A2", "s:"}, {u"A3", "#DIV/0!"}, {u"\"x\"", "s:x"}}},
+      // A range is read by its first cell, wherever the formula stands.
+      {u"T", {{u"A1:A3", "s:Été"}, {u"A2:C2", "s:"}, {u"B1:C1", "s:yomi"}}},
       {u"CNUM", {{u"\"12,5%\"", "0.125"}, {u"\"1 234\"", "1234"}, {u"\"x\"", "#VALUE!"}}},
       {u"CNUM", {{u"A2", "12.5"}, {u"\"01/01/1900\"", "1"}}},
       {u"ASC", {{u"\"\uff21\uff42\u3000c\"", "s:Ab c"}}},
