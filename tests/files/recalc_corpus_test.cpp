@@ -240,7 +240,9 @@ TEST(RecalcCorpus, FunctionWorkbooksRecalculateToTheirStoredResults) {
         } else if (listed) {
           used.insert(key);
           tally(&Count::listed);
-          if (agree) failures.push_back(key + ": listed, but now agrees: " + Shown(now));
+          // A value of chance or of the clock may agree by luck: only the others must differ.
+          bool chance = exceptions[key].rfind("volatile", 0) == 0;
+          if (agree && !chance) failures.push_back(key + ": listed, but now agrees: " + Shown(now));
         } else if (agree) {
           tally(&Count::agree);
         } else {
