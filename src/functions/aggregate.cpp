@@ -165,3 +165,19 @@ void ReduceToScalar(Value* v, const EvalContext* ctx) {
   if (v->tag == ValueRef || v->tag == ValueRefList) ImplicitIntersect(v, ctx);
   if (v->tag == ValueArray) ArrayElementForCell(v, ctx);
 }
+
+void ReduceToFirstCell(Value* v, const EvalContext* ctx) {
+  if (v->tag == ValueRef || v->tag == ValueRefList) {
+    ReferenceTarget t;
+    uint32_t error = LocateReference(v, ctx, &t);
+    if (error == ReferenceFound && !SheetHasCells(GetSheet(t.book, t.firstSheet))) error = ErrRef;
+    Range area = error == ReferenceFound ? t.areas[0] : Range{};
+    FreeValue(v);
+    *v = Value{};
+    if (error != ReferenceFound)
+      *v = ErrorValue(error);
+    else
+      ReadCellValue(t.book, t.firstSheet, area.firstRow, area.firstCol, v);
+  }
+  if (v->tag == ValueArray) ArrayElementForCell(v, ctx);
+}

@@ -51,3 +51,7 @@ int GatherArgumentNumbers(Value* arg, const EvalContext* ctx, NumberList* list, 
 // array to its element for that cell; anything else is left as it is. Unlike a direct coercion to
 // a boolean, an error found there keeps its code.
 void ReduceToScalar(Value* v, const EvalContext* ctx);
+
+// Reduces a reference to the value of its first cell, whatever its size (N and T read a range so),
+// and an array to its element for the formula's cell; anything else is left as it is.
+void ReduceToFirstCell(Value* v, const EvalContext* ctx);

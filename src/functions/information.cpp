@@ -100,18 +100,7 @@ void FnEstImpair(Value* args, Value* result, const EvalContext* ctx) {
 // directly, becomes a number only if it is one or a boolean.
 void FnN(Value* args, Value* result, const EvalContext* ctx) {
   Value* a = &args[0];
-  if (a->tag == ValueRef || a->tag == ValueRefList) {
-    ReferenceTarget t;
-    uint32_t error = LocateStart(a, ctx, &t);
-    Range area = error == ReferenceFound ? t.areas[0] : Range{};
-    FreeValue(a);
-    *a = Value{};
-    if (error != ReferenceFound)
-      *a = ErrorValue(error);
-    else
-      ReadCellValue(t.book, t.firstSheet, area.firstRow, area.firstCol, a);
-  }
-  if (a->tag == ValueArray) ArrayElementForCell(a, ctx);
+  ReduceToFirstCell(a, ctx);
   switch (a->tag) {
     case ValueNumber:
     case ValueError:

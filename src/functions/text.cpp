@@ -390,8 +390,9 @@ void FnExact(Value* args, Value* result, const EvalContext* ctx) {
     *result = BooleanValue(CompareText(a, b) == 0);
 }
 
+// T, like N, reads a reference by its first cell, whatever its size.
 void FnT(Value* args, Value* result, const EvalContext* ctx) {
-  ReduceToScalar(&args[0], ctx);
+  ReduceToFirstCell(&args[0], ctx);
   if (args[0].tag == ValueError) {
     *result = args[0];
     return;

@@ -106,12 +106,30 @@ void FnCtxt(Value* args, Value* result, const EvalContext* ctx) {
       result);
 }
 
+// The currency code without its "_x" paddings (outside quotes and escapes): they line a
+// positive amount up with a negative one in a column, and a text has no column to line up in.
+static void DropPaddings(const char16_t* code, char16_t* out, uint32_t capacity) {
+  uint32_t n = 0;
+  bool quoted = false;
+  for (const char16_t* p = code; *p && n + 2 < capacity; p++) {
+    if (*p == u'"') quoted = !quoted;
+    if (!quoted && *p == u'_' && p[1]) {
+      p++;
+      continue;
+    }
+    out[n++] = *p;
+    if (!quoted && *p == u'\\' && p[1]) out[n++] = *++p;
+  }
+  out[n] = 0;
+}
+
 void FnFranc(Value* args, Value* result, const EvalContext* ctx) {
   double number;
   int32_t decimals;
   if (!NumberFromArg(&args[0], result, ctx, &number)) return;
   if (!DecimalsArg(&args[1], result, ctx, &decimals)) return;
-  const char16_t* code = CurrencyFormatCode(decimals > 0 ? decimals : 0);
+  char16_t code[2 * (MaxDecimals + 64)];
+  DropPaddings(CurrencyFormatCode(decimals > 0 ? decimals : 0), code, 2 * (MaxDecimals + 64));
   TextResult(
       FormatNumber(RoundAt(number, decimals), code, ContextDate1904(ctx), nullptr, 0, nullptr),
       result);

@@ -240,7 +240,7 @@ TEST(RecalcCorpus, FunctionWorkbooksRecalculateToTheirStoredResults) {
         } else if (listed) {
           used.insert(key);
           tally(&Count::listed);
-          // A volatile cell (a random number, today's date) may meet its stored value by chance.
+          // A value of chance or of the clock may agree by luck: only the others must differ.
           bool chance = exceptions[key].rfind("volatile", 0) == 0;
           if (agree && !chance) failures.push_back(key + ": listed, but now agrees: " + Shown(now));
         } else if (agree) {

@@ -2,6 +2,7 @@
 // the ends, substitution of one or all matches, case and cleaning, codes without a code page,
 // TEXTE through text sections, written denominators and serials outside the calendar, and the
 // rows of the double-byte versions.
+#include "format/locale.h"
 #include "functions/formula_fixture.h"
 
 namespace {
@@ -79,6 +80,8 @@ TEST_F(TextTest, CaseCleaningCodesAndComparison) {
       {u"CAR", {{u"233", "s:é"}, {u"65,9", "s:A"}, {u"0", "#VALUE!"}, {u"256", "#VALUE!"}}},
       {u"EXACT", {{u"\"a\";\"A\"", "b:0"}, {u"\"é\";\"é\"", "b:1"}, {u"1;\"1\"", "b:1"}}},
       {u"T", {{u"A1", "s:Été"}, {u"A2", "s:"}, {u"A3", "#DIV/0!"}, {u"\"x\"", "s:x"}}},
+      // A range is read by its first cell, wherever the formula stands.
+      {u"T", {{u"A1:A3", "s:Été"}, {u"A2:C2", "s:"}, {u"B1:C1", "s:yomi"}}},
       {u"CNUM", {{u"\"12,5%\"", "0.125"}, {u"\"1 234\"", "1234"}, {u"\"x\"", "#VALUE!"}}},
       {u"CNUM", {{u"A2", "12.5"}, {u"\"01/01/1900\"", "1"}}},
       {u"ASC", {{u"\"\uff21\uff42\u3000c\"", "s:Ab c"}}},
@@ -106,6 +109,21 @@ TEST_F(TextTest, NumbersPrintedAsText) {
       {u"DATESTRING", {{u"36000", "s:98年07月24日"}, {u"-1", "#VALUE!"}}},
   };
   ExpectCalls(rows);
+}
+
+// FRANC prints through the currency code of the regional settings, without the padding that lines
+// up a column: the French code has none, the US one pads positive amounts.
+TEST_F(TextTest, FrancLeavesOutTheCurrencyPadding) {
+  const Calls french[] = {
+      {u"FRANC", {{u"1234,567", "s:1 234,57 \u20AC"}, {u"-1;0", "s:-1 \u20AC"}}},
+  };
+  ExpectCalls(french);
+  ApplyLocale(LocaleEnglishUS);
+  const Calls us[] = {
+      {u"FRANC", {{u"4.567", "s:$4.57"}, {u"-1", "s:($1.00)"}, {u"1234.5", "s:$1,234.50"}}},
+  };
+  ExpectCalls(us);
+  ApplyLocale(LocaleFrench);
 }
 
 }  // namespace
