@@ -32,13 +32,9 @@ static int32_t PlatformMessage(const char16_t* text, const char16_t* caption, ui
   return gPlatform->messageBox(text, caption, flags);
 }
 
-static void InvalidateChangedRange(uint32_t book, uint32_t sheet, const Range* range) {
-  InvalidateRange(book, sheet, range, 0);
-}
-
 void InstallShellHooks() {
   SetMessageHook(PlatformMessage);
-  SetInvalidateRangeHook(InvalidateChangedRange);
+  SetInvalidateRangeHook(InvalidateChangedCells);
 }
 
 // The active cell, or the top-left cell of the merged range that holds it.
@@ -274,6 +270,7 @@ int CommitEntry(int arrayEntry, int fillSelection) {
     Options.editMode = 0;
     gPlatform->setFocusGrid();
     InvalidateRange(target.book, target.sheet, &target.range, 1);
+    InvalidateChangedCells(target.book, target.sheet, &target.range);
     RefreshFormulaBar();
     return 1;
   }

@@ -11,18 +11,6 @@ class TypingTest : public ShellTest {
     ShellTest::SetUp();
     Select(0, 0, 0, 0);
   }
-  // Types characters the way they arrive: on the grid until an entry starts, then in the edit
-  // line, where the control keeps what the shell does not take.
-  void Type(const std::u16string& text) {
-    for (char16_t ch : text) {
-      if (Options.editMode == 0) {
-        GridChar(ch, 0);
-      } else if (!EditLineChar(ch, 0)) {
-        gPlatform->editReplaceSelection(&ch, 1);
-      }
-    }
-  }
-  void Enter() { EditLineChar(u'\r', 0); }
   Cell* At(uint32_t row, uint32_t col) { return CellAt(&S()->cells, row, col); }
   uint16_t FormatXf(uint16_t id) {
     return MakeXf(
