@@ -18,6 +18,7 @@
 #include "formula/reference_text.h"
 #include "model/undo.h"
 #include "model/workbook.h"
+#include "shell/commands.h"
 #include "shell/paint.h"
 #include "shell/select.h"
 #include "shell/view.h"
@@ -261,11 +262,12 @@ int CommitEntry(int arrayEntry, int fillSelection) {
     ok = StoreEntry(text, &target, &status);
     // A refused entry changed nothing: its undo record goes, and with it nothing else.
     if (!ok) {
-      PopUndo();
+      DropUndo();
       GetWorkbook(target.book)->dirty = wasDirty;
     }
   }
   Release(text);
+  RefreshUndoCommands();
   if (ok) {
     Options.editMode = 0;
     gPlatform->setFocusGrid();
@@ -549,10 +551,21 @@ int PressWhileEditing(const HitResult* hit) {
   return !GuardCommitArray() && CommitEntry(0, 0);
 }
 
-int UndoCommand() {
-  if (Options.editMode) return 0;  // the edit line undoes its own typing
-  if (!PopUndo()) return 0;
+// After an undo or redo step: the whole view, since the step may have changed the sheet on show.
+static int AfterUndoStep(int stepped) {
+  if (!stepped) return 0;
+  RefreshUndoCommands();
   RemeasureView();
   RefreshFormulaBar();
   return 1;
+}
+
+int UndoCommand() {
+  if (Options.editMode) return 0;  // the edit line undoes its own typing
+  return AfterUndoStep(PopUndo());
+}
+
+int RedoCommand() {
+  if (Options.editMode) return 0;
+  return AfterUndoStep(PopRedo());
 }

@@ -298,7 +298,9 @@ static void SetScrollInfoOp(int32_t, int32_t, int32_t, int32_t, int32_t) {}
 static void SetStatusTextOp(int32_t part, const char16_t* text) {
   TestState.statusTexts[part] = text ? text : u"";
 }
-static void EnableCommandOp(int32_t, int32_t) {}
+static void EnableCommandOp(int32_t command, int32_t enabled) {
+  TestState.commandsEnabled[command] = enabled;
+}
 static void CheckCommandOp(int32_t, int32_t) {}
 static void SetFocusGridOp() {
   TestState.gridFocused = 1;

@@ -91,8 +91,9 @@ struct TestPlatformState {
   std::map<int32_t, std::u16string> statusTexts;
   std::u16string caption;
   int32_t quitCode;
-  std::vector<std::u16string> menuTexts;  // the menu bar as last set, "-" for separators
-  std::map<int32_t, int32_t> bandsShown;  // by PlatformBand
+  std::vector<std::u16string> menuTexts;       // the menu bar as last set, "-" for separators
+  std::map<int32_t, int32_t> bandsShown;       // by PlatformBand
+  std::map<int32_t, int32_t> commandsEnabled;  // by command id, as last set
 };
 
 extern TestPlatformState TestState;
