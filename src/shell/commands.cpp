@@ -13,6 +13,7 @@
 #include "shell/frame.h"
 #include "shell/open_save.h"
 #include "shell/settings.h"
+#include "shell/status.h"
 #include "shell/view.h"
 
 namespace {
@@ -78,6 +79,7 @@ void Toggle(int32_t id) {
   *flag = !*flag;
   gPlatform->checkCommand(id, *flag);
   LayoutView();
+  if (id == CmdStatusBar) UpdateStatusPanes();
 }
 
 struct CommandRow {
@@ -98,6 +100,7 @@ constexpr CommandRow kCommandTable[] = {
 
 int DispatchCommand(int32_t id) {
   Options.endMode = 0;
+  UpdateEndPane();
   for (const CommandRow& row : kCommandTable) {
     if (id >= row.first && id <= row.last) {
       row.handler(id);

@@ -21,6 +21,7 @@
 #include "shell/commands.h"
 #include "shell/paint.h"
 #include "shell/select.h"
+#include "shell/status.h"
 #include "shell/view.h"
 
 const char16_t FormulaErrorMessage[] = u"Erreur rencontrée dans la formula";
@@ -98,10 +99,8 @@ void RefreshFormulaBar() {
   const Sheet* s = CurrentSheet();
   uint32_t row, col;
   ActiveCell(&row, &col);
-  char16_t address[16];
-  CellA1Text(static_cast<uint16_t>(s->activeRow), static_cast<uint8_t>(s->activeCol), false, false,
-             address);
-  if (Options.statusBarVisible) gPlatform->setStatusText(0, address);
+  UpdateCellName();
+  UpdateAggregate();
   if (!SheetHasCells(s)) return;
   const Xf* xf = XfAt(row, col);
   Cell* cell = CellAt(&s->cells, row, col);
