@@ -2,7 +2,6 @@
 // of formatted numbers, dates and text with borders, the whole client area each time.
 #include <benchmark/benchmark.h>
 
-#include "model/undo.h"
 #include "paint_sheet.h"
 #include "shell/paint.h"
 #include "shell/test_platform.h"
@@ -18,10 +17,6 @@ static void BM_PaintWindow(benchmark::State& state) {
     PaintSheet(&canvas.base, &all);
     benchmark::DoNotOptimize(canvas.pixels.data());
   }
-  state.counters["rows"] = GetSheet(book, 0)->bottomRow + 1;
-  state.counters["columns"] = GetSheet(book, 0)->rightCol + 1;
-  FreeDrawResources();
-  ClearUndo();
-  CloseAllWorkbooks();
+  FinishPaintSheet(state, book);
 }
 BENCHMARK(BM_PaintWindow)->Unit(benchmark::kMillisecond);

@@ -5,7 +5,6 @@
 #include <QApplication>
 #include <QImage>
 
-#include "model/undo.h"
 #include "paint_sheet.h"
 #include "platform/qt/qt_platform.h"
 #include "shell/paint.h"
@@ -33,10 +32,6 @@ static void BM_PaintWindowQt(benchmark::State& state) {
     QtDeleteImageContext(dc);
     benchmark::DoNotOptimize(image.constBits());
   }
-  state.counters["rows"] = GetSheet(book, 0)->bottomRow + 1;
-  state.counters["columns"] = GetSheet(book, 0)->rightCol + 1;
-  FreeDrawResources();
-  ClearUndo();
-  CloseAllWorkbooks();
+  FinishPaintSheet(state, book);
 }
 BENCHMARK(BM_PaintWindowQt)->Unit(benchmark::kMillisecond);

@@ -2,11 +2,14 @@
 // and text typed as a person would, every third row boxed with thin borders, so that a 1280 by
 // 800 window is full of formatted cells. Needs a platform installed (fonts) before the call.
 #pragma once
+#include <benchmark/benchmark.h>
+
 #include <string>
 
 #include "base/text.h"
 #include "edit/entry.h"
 #include "model/styles.h"
+#include "model/undo.h"
 #include "model/workbook.h"
 #include "shell/resources.h"
 #include "shell/view.h"
@@ -60,4 +63,13 @@ inline uint32_t BuildPaintSheet() {
   FrameSizes frame{1280, 800, 0, 20, 16, 16};
   MeasureView(&frame);
   return book;
+}
+
+// Reports how many rows and columns the window showed, and releases what BuildPaintSheet made.
+inline void FinishPaintSheet(benchmark::State& state, uint32_t book) {
+  state.counters["rows"] = GetSheet(book, 0)->bottomRow + 1;
+  state.counters["columns"] = GetSheet(book, 0)->rightCol + 1;
+  FreeDrawResources();
+  ClearUndo();
+  CloseAllWorkbooks();
 }
