@@ -11,6 +11,7 @@
 
 #include "model/workbook.h"
 #include "platform/qt/qt_platform.h"
+#include "shell/entry.h"
 #include "shell/frame.h"
 
 namespace {
@@ -82,6 +83,8 @@ int Render(const Arguments& args) {
     wb->currentSheet = uint32_t(args.sheet);
   }
   LayoutView();
+  // The formula bar and the status bar show the active cell of the sheet painted.
+  RefreshFormulaBar();
   QImage picture;
   const int ok = QtRenderWindow(args.width, args.height, &picture) && picture.save(args.renderTo);
   FrameStop(0);

@@ -139,21 +139,22 @@ inline int32_t DcMeasureText(DrawContext* dc, PlatformFont* font, const char16_t
 // the function the shell registered with Platform::run.
 
 enum PlatformEventKind : int32_t {
-  EventPaint = 1,    // dc and rect (the update rectangle)
-  EventSize,         // width, height of the client area
-  EventKeyDown,      // key, modifiers; target says grid or edit line
-  EventChar,         // ch, modifiers; target
-  EventButtonDown,   // x, y, modifiers
-  EventButtonUp,     // x, y, modifiers
-  EventDoubleClick,  // x, y, modifiers
-  EventMouseMove,    // x, y, modifiers (ModButton while the left button is down)
-  EventTimer,        // timerId
-  EventScroll,       // bar (0 vertical, 1 horizontal, 2 tab scroller), code, position
-  EventCommand,      // command: a menu item or toolbar button
-  EventClose,        // the user asks to close the window
-  EventHandOver,     // text: the command line a second instance passed on
-  EventFocus,        // the main window gained focus
-  EventEditChanged,  // the edit line's text changed under the user's hand
+  EventPaint = 1,         // dc and rect (the update rectangle)
+  EventSize,              // width, height of the client area
+  EventKeyDown,           // key, modifiers; target says grid or edit line
+  EventChar,              // ch, modifiers; target
+  EventButtonDown,        // x, y, modifiers
+  EventButtonUp,          // x, y, modifiers
+  EventDoubleClick,       // x, y, modifiers
+  EventMouseMove,         // x, y, modifiers (ModButton while the left button is down)
+  EventTimer,             // timerId
+  EventScroll,            // bar (0 vertical, 1 horizontal, 2 tab scroller), code, position
+  EventCommand,           // command: a menu item or toolbar button
+  EventClose,             // the user asks to close the window
+  EventHandOver,          // text: the command line a second instance passed on
+  EventFocus,             // the main window gained focus
+  EventEditChanged,       // the edit line's text changed under the user's hand
+  EventStatusBarPressed,  // a press or double press on the status bar
 };
 
 enum PlatformModifier : uint32_t {
@@ -402,6 +403,9 @@ struct Platform {
   void (*setToolbar)(PlatformBand band, const MenuEntry* entries, int32_t count);
   void (*showBand)(PlatformBand band, int32_t visible);
   int32_t (*statusBarHeight)();
+  // A popup menu of depth-0 entries at the pointer, the entry whose command is `checked` marked;
+  // returns the command chosen, or 0 when the menu was dismissed.
+  int32_t (*popupMenu)(const MenuEntry* entries, int32_t count, int32_t checked);
 };
 
 // The installed platform; the shell reads it, the program's start-up or a test sets it.

@@ -18,8 +18,10 @@
 #include "formula/reference_text.h"
 #include "model/undo.h"
 #include "model/workbook.h"
+#include "shell/commands.h"
 #include "shell/paint.h"
 #include "shell/select.h"
+#include "shell/status.h"
 #include "shell/view.h"
 
 const char16_t FormulaErrorMessage[] = u"Erreur rencontrée dans la formula";
@@ -32,13 +34,9 @@ static int32_t PlatformMessage(const char16_t* text, const char16_t* caption, ui
   return gPlatform->messageBox(text, caption, flags);
 }
 
-static void InvalidateChangedRange(uint32_t book, uint32_t sheet, const Range* range) {
-  InvalidateRange(book, sheet, range, 0);
-}
-
 void InstallShellHooks() {
   SetMessageHook(PlatformMessage);
-  SetInvalidateRangeHook(InvalidateChangedRange);
+  SetInvalidateRangeHook(InvalidateChangedCells);
 }
 
 // The active cell, or the top-left cell of the merged range that holds it.
@@ -101,10 +99,8 @@ void RefreshFormulaBar() {
   const Sheet* s = CurrentSheet();
   uint32_t row, col;
   ActiveCell(&row, &col);
-  char16_t address[16];
-  CellA1Text(static_cast<uint16_t>(s->activeRow), static_cast<uint8_t>(s->activeCol), false, false,
-             address);
-  if (Options.statusBarVisible) gPlatform->setStatusText(0, address);
+  UpdateCellName();
+  UpdateAggregate();
   if (!SheetHasCells(s)) return;
   const Xf* xf = XfAt(row, col);
   Cell* cell = CellAt(&s->cells, row, col);
@@ -265,15 +261,17 @@ int CommitEntry(int arrayEntry, int fillSelection) {
     ok = StoreEntry(text, &target, &status);
     // A refused entry changed nothing: its undo record goes, and with it nothing else.
     if (!ok) {
-      PopUndo();
+      DropUndo();
       GetWorkbook(target.book)->dirty = wasDirty;
     }
   }
   Release(text);
+  RefreshUndoCommands();
   if (ok) {
     Options.editMode = 0;
     gPlatform->setFocusGrid();
     InvalidateRange(target.book, target.sheet, &target.range, 1);
+    InvalidateChangedCells(target.book, target.sheet, &target.range);
     RefreshFormulaBar();
     return 1;
   }
@@ -552,10 +550,21 @@ int PressWhileEditing(const HitResult* hit) {
   return !GuardCommitArray() && CommitEntry(0, 0);
 }
 
-int UndoCommand() {
-  if (Options.editMode) return 0;  // the edit line undoes its own typing
-  if (!PopUndo()) return 0;
+// After an undo or redo step: the whole view, since the step may have changed the sheet on show.
+static int AfterUndoStep(int stepped) {
+  if (!stepped) return 0;
+  RefreshUndoCommands();
   RemeasureView();
   RefreshFormulaBar();
   return 1;
+}
+
+int UndoCommand() {
+  if (Options.editMode) return 0;  // the edit line undoes its own typing
+  return AfterUndoStep(PopUndo());
+}
+
+int RedoCommand() {
+  if (Options.editMode) return 0;
+  return AfterUndoStep(PopRedo());
 }

@@ -17,6 +17,7 @@
 #include "shell/open_save.h"
 #include "shell/paint.h"
 #include "shell/resources.h"
+#include "shell/status.h"
 #include "shell/view.h"
 
 BarLayout Bars;
@@ -108,6 +109,11 @@ int32_t OnHandOver(const PlatformEvent* e) {
   return 1;
 }
 
+int32_t OnStatusBarPressed(const PlatformEvent*) {
+  StatusBarPressed();
+  return 1;
+}
+
 int32_t OnFocus(const PlatformEvent*) {
   if (Options.editMode) gPlatform->editFocus();
   return 1;
@@ -120,17 +126,32 @@ struct EventRow {
 
 // The grid's own events (keys, characters, presses, scroll bars) go on to the grid's table.
 constexpr EventRow kEventTable[] = {
-    {EventPaint, OnPaint}, {EventSize, OnSize},         {EventCommand, OnCommand},
-    {EventClose, OnClose}, {EventHandOver, OnHandOver}, {EventFocus, OnFocus},
+    {EventPaint, OnPaint},
+    {EventSize, OnSize},
+    {EventCommand, OnCommand},
+    {EventClose, OnClose},
+    {EventHandOver, OnHandOver},
+    {EventFocus, OnFocus},
+    {EventStatusBarPressed, OnStatusBarPressed},
 };
 
 }  // namespace
 
 int32_t FrameHandleEvent(const PlatformEvent* event) {
+  // Keys, presses and commands end End mode in many places; its pane follows in this one.
+  const int32_t endMode = Options.endMode;
+  int32_t handled = 0;
+  bool found = false;
   for (const EventRow& row : kEventTable) {
-    if (row.kind == event->kind) return row.handler(event);
+    if (row.kind == event->kind) {
+      handled = row.handler(event);
+      found = true;
+      break;
+    }
   }
-  return ShellGridEvent(event);
+  if (!found) handled = ShellGridEvent(event);
+  if (Options.endMode != endMode) UpdateEndPane();
+  return handled;
 }
 
 void LayoutView() {

@@ -17,6 +17,8 @@
 #include "shell/entry.h"
 #include "shell/frame.h"
 #include "shell/settings.h"
+#include "shell/status.h"
+#include "shell/view.h"
 
 namespace {
 
@@ -90,7 +92,10 @@ void RefreshAfterFileChange() {
   UpdateCaption();
   RefreshMenus();
   LayoutView();
-  if (App.workbookCount) RefreshFormulaBar();
+  if (App.workbookCount)
+    RefreshFormulaBar();
+  else
+    UpdateStatusPanes();
 }
 
 }  // namespace
@@ -213,6 +218,9 @@ int PromptSaveChanges(uint32_t book) {
 int CloseCurrentWorkbook() {
   if (App.workbookCount == 0) return 1;
   const uint32_t book = App.currentBook;
+  // End mode belongs to the sheet on show: it ends, and its mark goes, before any prompt.
+  Options.endMode = 0;
+  UpdateEndPane();
   if (GetWorkbook(book)->dirty && PromptSaveChanges(book)) return 0;
   CloseWorkbook(book);
   RefreshAfterFileChange();

@@ -348,6 +348,13 @@ void InvalidateRange(uint32_t book, uint32_t sheet, const Range* range, int outs
   });
 }
 
+void InvalidateChangedCells(uint32_t book, uint32_t sheet, const Range* range) {
+  // Text reaches past its own cell into empty neighbours on either side and erases the gridlines
+  // it crosses, so a change can show anywhere along the row: the whole width of its rows goes.
+  Range rows{range->firstRow, range->lastRow, 0, static_cast<uint8_t>(MaxCol)};
+  InvalidateRange(book, sheet, &rows, 0);
+}
+
 int CellScreenRect(uint32_t book, uint32_t sheet, uint32_t row, uint32_t col, PlatformRect* out) {
   Range one{static_cast<uint16_t>(row), static_cast<uint16_t>(row), static_cast<uint8_t>(col),
             static_cast<uint8_t>(col)};

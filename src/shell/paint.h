@@ -22,6 +22,10 @@ void FormatHeaderColumn(uint32_t col, char16_t out[3]);
 // the selection frame around it.
 void InvalidateRange(uint32_t book, uint32_t sheet, const Range* range, int outset);
 
+// Invalidates what a change of the cells in `range` may alter on screen: the whole width of its
+// rows, since text overflows into empty neighbours.
+void InvalidateChangedCells(uint32_t book, uint32_t sheet, const Range* range);
+
 // The screen rectangle of one cell in the pane that shows it; 0 when it is in no pane.
 int CellScreenRect(uint32_t book, uint32_t sheet, uint32_t row, uint32_t col, PlatformRect* out);
 

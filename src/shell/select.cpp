@@ -12,6 +12,7 @@
 #include "shell/paint.h"
 #include "shell/paint_internal.h"
 #include "shell/resources.h"
+#include "shell/status.h"
 #include "shell/view.h"
 
 const Range* MergeAt(uint32_t row, uint32_t col) {
@@ -199,6 +200,7 @@ void SelectRange(const Range* range, int moveActive, uint32_t row, uint32_t col,
   s->selection = next;
   InvalidateRange(CurrentBook(), CurrentSheetIndex(), &old, 1);
   InvalidateRange(CurrentBook(), CurrentSheetIndex(), &next, 1);
+  UpdateAggregate();
   if (!moveActive) return;
   Options.endMode = 0;
   uint32_t oldRow = s->activeRow, oldCol = s->activeCol;
@@ -467,7 +469,7 @@ int GridKeyDown(int32_t key, uint32_t modifiers) {
     case KeyEnd:
       if (!ctrl) {
         Options.endMode = !Options.endMode;
-        gPlatform->setStatusText(2, Options.endMode ? u"FIN" : u"");
+        UpdateEndPane();
         return 1;
       }
       [[fallthrough]];

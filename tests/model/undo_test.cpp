@@ -394,4 +394,66 @@ TEST_F(UndoTest, StackKeepsSixteenStepsAndForgetsClosedWorkbooks) {
   EXPECT_FALSE(PopUndo());
 }
 
+// Redo walks forward through undone changes of cells and makes each undoable again; undoing
+// any other kind of change ends the chain, and closing a workbook drops its steps.
+TEST_F(UndoTest, RedoFollowsUndoneChangesOfCells) {
+  uint32_t b = Sample();
+  Range a1{0, 0, 0, 0};
+  for (int i = 2; i <= 4; i++) {
+    ASSERT_TRUE(PushRegionUndo(UndoCellContents, b, 0, &a1));
+    Number(b, u"A1", i);
+  }
+  EXPECT_FALSE(PopRedo());
+  for (int i = 0; i < 3; i++) ASSERT_TRUE(PopUndo());
+  EXPECT_EQ(ValueAt(b, 0, 0, 0), "1");
+  EXPECT_EQ(RedoCount(), 3u);
+  for (int i = 0; i < 3; i++) ASSERT_TRUE(PopRedo());
+  EXPECT_FALSE(PopRedo());
+  EXPECT_EQ(ValueAt(b, 0, 0, 0), "4");
+  EXPECT_EQ(ValueAt(b, 0, 2, 1), "8");  // B3 = A1*2 follows
+  EXPECT_EQ(UndoCount(), 3u);
+  ASSERT_TRUE(PopUndo());
+  EXPECT_EQ(ValueAt(b, 0, 0, 0), "3");
+
+  // A row height between two changes of A1: undoing it ends what could be redone.
+  ClearUndo();
+  ASSERT_TRUE(PushRegionUndo(UndoCellContents, b, 0, &a1));
+  Number(b, u"A1", 5);
+  ASSERT_TRUE(PushUndo(b, 0, UndoRowHeight));
+  RowColInfo tall{RowHeightByHand, 600, 15};
+  ASSERT_TRUE(SetRowRecord(&GetSheet(b, 0)->rows, 0, &tall));
+  ASSERT_TRUE(PushRegionUndo(UndoCellContents, b, 0, &a1));
+  Number(b, u"A1", 6);
+  ASSERT_TRUE(PopUndo());
+  EXPECT_EQ(RedoCount(), 1u);
+  ASSERT_TRUE(PopUndo());
+  EXPECT_EQ(RedoCount(), 0u);
+  EXPECT_FALSE(PopRedo());
+  EXPECT_EQ(ValueAt(b, 0, 0, 0), "5");
+
+  // A new change sets the steps aside; dropping it unapplied gives them back.
+  ASSERT_TRUE(PopUndo());
+  EXPECT_EQ(RedoCount(), 1u);
+  ASSERT_TRUE(PushRegionUndo(UndoCellContents, b, 0, &a1));
+  EXPECT_EQ(RedoCount(), 0u);
+  ASSERT_TRUE(DropUndo());
+  EXPECT_EQ(RedoCount(), 1u);
+
+  // Steps of a closed workbook go; those of the others are renumbered.
+  uint32_t other = 0;
+  ASSERT_TRUE(CreateWorkbook(nullptr, 0, &other));
+  ClearUndo();
+  ASSERT_TRUE(PushRegionUndo(UndoCellContents, other, 0, &a1));
+  Number(other, u"A1", 9);
+  ASSERT_TRUE(PushRegionUndo(UndoCellContents, b, 0, &a1));
+  Number(b, u"A1", 7);
+  ASSERT_TRUE(PopUndo());
+  ASSERT_TRUE(PopUndo());
+  EXPECT_EQ(RedoCount(), 2u);
+  CloseWorkbook(b);
+  EXPECT_EQ(RedoCount(), 1u);
+  ASSERT_TRUE(PopRedo());
+  EXPECT_EQ(ValueAt(0, 0, 0, 0), "9");
+}
+
 }  // namespace

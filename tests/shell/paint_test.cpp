@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "format/number_format.h"
+#include "shell/select.h"
 #include "shell_fixture.h"
 
 constexpr Colour Red = 0x0000FF;  // palette 10
@@ -161,6 +162,45 @@ TEST_F(PaintTest, ZeroWidthColumnIsNoBarrierToOverflow) {
   // A1, then C1 and D1 up to x 172; B1 is hidden.
   EXPECT_EQ(CountText(canvas, u"Bonjour tout le monde"), 3);
   EXPECT_EQ(CellRect(0, 2).left, 80);
+}
+
+// What a typed entry changes on screen, repainted only where the entry invalidated, must match a
+// whole paint: text that starts or stops overflowing reaches cells other than the one typed.
+TEST_F(PaintTest, TypedEntriesRepaintWhatTheirOverflowTouches) {
+  struct Step {
+    uint32_t row, col;
+    const char16_t* typed;
+  };
+  const Step steps[] = {
+      {6, 0, u"Les ventes du premier trimestre"},  // overflows right over B7 to E7
+      {1, 0, u"Un texte assez long"},
+      {1, 1, u"12"},                        // stops A2's overflow and brings its gridline back
+      {6, 0, u"x"},                         // the overflow of row 7 goes
+      {9, 3, u"=A13"},                      // a formula showing text typed later
+      {12, 0, u"Un résultat qui déborde"},  // D10 now overflows too
+  };
+  S()->flags |= SheetGridLines;
+  Select(0, 0, 0, 0);
+  Paint();
+  TestState.invalidated.clear();
+  for (const Step& step : steps) {
+    SCOPED_TRACE(TextToUtf8(step.typed));
+    SelectCell(step.row, step.col, 1);
+    Type(step.typed);
+    Enter();
+    PaintInvalidated();
+    std::vector<Colour> partial = canvas.pixels;
+    Paint();
+    int wrong = 0, firstX = -1, firstY = -1;
+    for (int32_t y = 0; y < canvas.height; y++)
+      for (int32_t x = 0; x < canvas.width; x++)
+        if (partial[size_t(y) * canvas.width + x] != Pixel(x, y) && wrong++ == 0) {
+          firstX = x;
+          firstY = y;
+        }
+    EXPECT_EQ(wrong, 0) << "first stale pixel at " << firstX << "," << firstY;
+    TestState.invalidated.clear();
+  }
 }
 
 // Numbers, booleans and errors that do not fit show a row of "#" across the cell; text never.

@@ -55,6 +55,29 @@ class ShellTest : public ::testing::Test {
     PlatformRect all{0, 0, 1280, 800};
     PaintSheet(&canvas.base, &all);
   }
+  // Paints only what was invalidated since the last paint, each area clipped to itself, the way
+  // the window system asks for it; the rest of the canvas keeps what it showed.
+  void PaintInvalidated() {
+    for (const PlatformRect& r : TestState.invalidated) {
+      canvas.base.ops->saveClip(&canvas.base);
+      canvas.base.ops->clipToRect(&canvas.base, &r);
+      PaintSheet(&canvas.base, &r);
+      canvas.base.ops->restoreClip(&canvas.base);
+    }
+    TestState.invalidated.clear();
+  }
+  // Types characters the way they arrive: on the grid until an entry starts, then in the edit
+  // line, where the control keeps what the shell does not take.
+  void Type(const std::u16string& text) {
+    for (char16_t ch : text) {
+      if (Options.editMode == 0) {
+        GridChar(ch, 0);
+      } else if (!EditLineChar(ch, 0)) {
+        gPlatform->editReplaceSelection(&ch, 1);
+      }
+    }
+  }
+  void Enter() { EditLineChar(u'\r', 0); }
   Colour Pixel(int32_t x, int32_t y) { return PixelAt(canvas, x, y); }
   PlatformRect CellRect(uint32_t row, uint32_t col) {
     PlatformRect r{};

@@ -298,7 +298,24 @@ static void SetScrollInfoOp(int32_t, int32_t, int32_t, int32_t, int32_t) {}
 static void SetStatusTextOp(int32_t part, const char16_t* text) {
   TestState.statusTexts[part] = text ? text : u"";
 }
-static void EnableCommandOp(int32_t, int32_t) {}
+static int32_t PopupMenuOp(const MenuEntry* entries, int32_t count, int32_t checked) {
+  TestState.popupTexts.clear();
+  for (int32_t i = 0; i < count; i++) {
+    TestState.popupTexts.push_back(entries[i].text);
+    if (entries[i].command == checked) TestState.popupChecked = i;
+  }
+  if (TestState.popupAnswers.empty()) {
+    ADD_FAILURE() << "a popup menu nobody expected";
+    return 0;
+  }
+  int32_t row = TestState.popupAnswers.front();
+  TestState.popupAnswers.pop_front();
+  return row >= 0 && row < count ? entries[row].command : 0;
+}
+
+static void EnableCommandOp(int32_t command, int32_t enabled) {
+  TestState.commandsEnabled[command] = enabled;
+}
 static void CheckCommandOp(int32_t, int32_t) {}
 static void SetFocusGridOp() {
   TestState.gridFocused = 1;
@@ -506,6 +523,7 @@ static const Platform TestPlatformTable = {
     SetToolbarOp,
     ShowBandOp,
     StatusBarHeightOp,
+    PopupMenuOp,
 };
 
 void InstallTestPlatform() {

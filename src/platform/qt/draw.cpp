@@ -27,6 +27,9 @@ struct QtDc {
   std::vector<QRegion> saved;
   RasterOp rop;
   QPainter painter;
+  // What the painter was last given, so that runs of text in one font and colour set it once.
+  const PlatformFont* painterFont;
+  QRgb painterColour;
 };
 
 QtDc* Dc(DrawContext* dc) {
@@ -50,6 +53,12 @@ void PlotClipped(QtDc* d, int32_t x, int32_t y, QRgb rgb) {
 template <typename Span>
 void ForEachSpan(QtDc* d, const QRect& r, Span span) {
   if (r.isEmpty()) return;
+  if (d->clip.rectCount() == 1) {
+    // The usual clip is one rectangle (a pane): no region arithmetic for it.
+    const QRect piece = d->clip.boundingRect().intersected(r);
+    for (int y = piece.top(); y <= piece.bottom(); y++) span(y, piece.left(), piece.right() + 1);
+    return;
+  }
   const QRegion visible = d->clip.intersected(r);
   for (const QRect& piece : visible) {
     for (int y = piece.top(); y <= piece.bottom(); y++) span(y, piece.left(), piece.right() + 1);
@@ -181,6 +190,8 @@ void RestoreClip(DrawContext* dc) {
   d->saved.pop_back();
 }
 
+constexpr qsizetype kKeptWidths = 8192;
+
 PlatformFont* Font(PlatformFont* font) {
   return font ? font : QtDefaultFont();
 }
@@ -192,11 +203,29 @@ void DrawText(DrawContext* dc, PlatformFont* font, int32_t x, int32_t y, const P
   const QRegion region = d->clip.intersected(ToQRect(*clip));
   if (region.isEmpty()) return;
   PlatformFont* f = Font(font);
-  d->painter.setClipRegion(region);
-  d->painter.setFont(f->font);
-  d->painter.setPen(QColor(ToRgb(colour)));
+  if (region.rectCount() == 1)
+    d->painter.setClipRect(region.boundingRect());
+  else
+    d->painter.setClipRegion(region);
+  if (d->painterFont != f) {
+    d->painter.setFont(f->font);
+    d->painterFont = f;
+  }
+  if (d->painterColour != ToRgb(colour)) {
+    d->painter.setPen(QColor(ToRgb(colour)));
+    d->painterColour = ToRgb(colour);
+  }
   const QString s = ToQString(text, length);
-  d->painter.drawText(QPoint(x, y + f->metrics.ascent), s);
+  auto laid = f->laidOut.find(s);
+  if (laid == f->laidOut.end()) {
+    if (f->laidOut.size() >= kKeptWidths) f->laidOut.clear();
+    QStaticText prepared(s);
+    prepared.setTextFormat(Qt::PlainText);
+    prepared.setPerformanceHint(QStaticText::AggressiveCaching);
+    prepared.prepare(QTransform(), f->font);
+    laid = f->laidOut.insert(s, prepared);
+  }
+  d->painter.drawStaticText(QPoint(x, y), *laid);
   if (gTextBoxes) {
     const QRect box(x, y, QFontMetrics(f->font).horizontalAdvance(s), f->metrics.height);
     gTextBoxes->push_back(box.intersected(region.boundingRect()));
@@ -209,7 +238,16 @@ int32_t MeasureText(DrawContext*, PlatformFont* font, const char16_t* text, int3
   if (height) *height = f->metrics.height;
   if (length <= 0) return 0;
   const QString s = ToQString(text, length);
-  const int32_t width = QFontMetrics(f->font).horizontalAdvance(s);
+  if (!f->measure) f->measure.emplace(f->font);
+  int32_t width;
+  const auto known = f->widths.constFind(s);
+  if (known != f->widths.constEnd()) {
+    width = *known;
+  } else {
+    width = f->measure->horizontalAdvance(s);
+    if (f->widths.size() >= kKeptWidths) f->widths.clear();
+    f->widths.insert(s, width);
+  }
   if (advances) {
     QTextLayout layout(s, f->font);
     layout.beginLayout();
@@ -249,6 +287,8 @@ DrawContext* QtCreateImageContext(QImage* image) {
   d->stride = image->bytesPerLine();
   d->clip = QRegion(image->rect());
   d->rop = RopCopy;
+  d->painterFont = nullptr;
+  d->painterColour = 0;
   d->painter.begin(image);
   d->painter.setRenderHint(QPainter::Antialiasing, false);
   d->painter.setRenderHint(QPainter::TextAntialiasing, false);

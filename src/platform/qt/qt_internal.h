@@ -3,8 +3,12 @@
 #pragma once
 #include <QColor>
 #include <QFont>
+#include <QFontMetrics>
+#include <QHash>
 #include <QRect>
+#include <QStaticText>
 #include <QString>
+#include <optional>
 #include <vector>
 
 #include "platform/platform.h"
@@ -12,6 +16,11 @@
 struct PlatformFont {
   QFont font;
   FontMetrics metrics;
+  // Measuring and drawing shape the text each time; a sheet shows the same few texts on every
+  // paint, so widths and laid-out texts are kept, up to a bound, by text.
+  std::optional<QFontMetrics> measure;
+  QHash<QString, int32_t> widths;
+  QHash<QString, QStaticText> laidOut;
 };
 
 inline QRgb ToRgb(Colour c) {

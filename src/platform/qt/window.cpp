@@ -8,6 +8,7 @@
 #include <QCheckBox>
 #include <QCloseEvent>
 #include <QComboBox>
+#include <QCursor>
 #include <QDialog>
 #include <QDialogButtonBox>
 #include <QFileDialog>
@@ -19,6 +20,7 @@
 #include <QLineEdit>
 #include <QListWidget>
 #include <QMainWindow>
+#include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QMouseEvent>
@@ -311,8 +313,22 @@ QWidget* MakeTabScroller(QWidget* parent) {
   return box;
 }
 
+// The status bar hands presses on any of its parts to the shell, which pops the aggregate menu.
+class StatusBar : public QWidget {
+ public:
+  using QWidget::QWidget;
+
+ protected:
+  void mousePressEvent(QMouseEvent* ev) override {
+    if (ev->button() != Qt::LeftButton) return;
+    PlatformEvent e = NewEvent(EventStatusBarPressed);
+    Send(e);
+  }
+  void mouseDoubleClickEvent(QMouseEvent* ev) override { mousePressEvent(ev); }
+};
+
 QWidget* MakeStatusBar(QWidget* parent, QLabel* parts[3]) {
-  QWidget* bar = new QWidget(parent);
+  QWidget* bar = new StatusBar(parent);
   bar->setAutoFillBackground(true);
   QHBoxLayout* row = new QHBoxLayout(bar);
   row->setContentsMargins(2, 1, 2, 1);
@@ -465,6 +481,19 @@ void CheckCommand(int32_t command, int32_t checked) {
     i->second->setCheckable(true);
     i->second->setChecked(checked);
   }
+}
+
+int32_t PopupMenu(const MenuEntry* entries, int32_t count, int32_t checked) {
+  if (gHeadless) return 0;
+  QMenu menu;
+  for (int32_t i = 0; i < count; i++) {
+    QAction* action = menu.addAction(ToQString(entries[i].text));
+    action->setData(entries[i].command);
+    action->setCheckable(true);
+    action->setChecked(entries[i].command == checked);
+  }
+  const QAction* chosen = menu.exec(QCursor::pos());
+  return chosen ? chosen->data().toInt() : 0;
 }
 
 void SetFocusGrid() {
@@ -865,6 +894,7 @@ void QtFillWindowTable(Platform* p) {
   p->setToolbar = SetToolbar;
   p->showBand = ShowBand;
   p->statusBarHeight = StatusBarHeight;
+  p->popupMenu = PopupMenu;
   p->screenDpiX = ScreenDpi;
   p->screenDpiY = ScreenDpi;
 }
