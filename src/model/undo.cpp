@@ -127,12 +127,6 @@ struct UndoRecord {
 
 static UndoRecord* undoStack[UndoDepth];
 static uint32_t undoCount;
-// Steps taken back, newest last: each holds what its undo replaced, to be put back again.
-static UndoRecord* redoStack[UndoDepth];
-static uint32_t redoCount;
-// The redo steps that the newest change set aside; they return if that change is dropped.
-static UndoRecord* setAside[UndoDepth];
-static uint32_t setAsideCount;
 
 static const Range WholeSheet{0, static_cast<uint16_t>(MaxRow), 0, static_cast<uint8_t>(MaxCol)};
 
@@ -337,42 +331,14 @@ static UndoRecord* NewRecord(uint32_t book, uint32_t sheet, int32_t kind) {
   return r;
 }
 
-// Puts a record on top of a stack, dropping the oldest when the stack is full.
-static void StackRecord(UndoRecord** stack, uint32_t* count, UndoRecord* r) {
-  if (*count == UndoDepth) {
-    FreeRecord(stack[0]);
-    std::memmove(&stack[0], &stack[1], (UndoDepth - 1) * sizeof(UndoRecord*));
-    (*count)--;
-  }
-  stack[(*count)++] = r;
-}
-
-static void FreeStack(UndoRecord** stack, uint32_t* count) {
-  for (uint32_t i = 0; i < *count; i++) FreeRecord(stack[i]);
-  *count = 0;
-}
-
-// A new change ends what could be redone; the steps wait aside until the change is kept.
+// Puts a finished record on top, dropping the oldest when the stack is full.
 static void PlaceRecord(UndoRecord* r) {
-  FreeStack(setAside, &setAsideCount);
-  std::memcpy(setAside, redoStack, redoCount * sizeof(UndoRecord*));
-  setAsideCount = redoCount;
-  redoCount = 0;
-  StackRecord(undoStack, &undoCount, r);
-}
-
-// A record holding what the region of `r` holds now, with the window as it is: what undoing or
-// redoing `r` is about to replace. Only region records have one; null otherwise or out of memory.
-static UndoRecord* Counterpart(const UndoRecord* r) {
-  if (KindFamily[r->kind] != FamilyRegion || !r->region.taken) return nullptr;
-  if (r->sheet >= GetWorkbook(r->book)->sheetCount || !SheetHasCells(GetSheet(r->book, r->sheet)))
-    return nullptr;
-  UndoRecord* c = NewRecord(r->book, r->sheet, r->kind);
-  if (c && !TakeRegion(&c->region, GetSheet(r->book, r->sheet), &r->region.range)) {
-    FreeRecord(c);
-    c = nullptr;
+  if (undoCount == UndoDepth) {
+    FreeRecord(undoStack[0]);
+    std::memmove(&undoStack[0], &undoStack[1], (UndoDepth - 1) * sizeof(UndoRecord*));
+    undoCount--;
   }
-  return c;
+  undoStack[undoCount++] = r;
 }
 
 int PushUndo(uint32_t book, uint32_t sheet, int32_t kind) {
@@ -429,45 +395,23 @@ uint32_t UndoCount() {
   return undoCount;
 }
 
-uint32_t RedoCount() {
-  return redoCount;
-}
-
 void ClearUndo() {
-  FreeStack(undoStack, &undoCount);
-  FreeStack(redoStack, &redoCount);
-  FreeStack(setAside, &setAsideCount);
+  for (uint32_t i = 0; i < undoCount; i++) FreeRecord(undoStack[i]);
+  undoCount = 0;
 }
 
-int DropUndo() {
-  if (!undoCount) return 0;
-  FreeRecord(undoStack[--undoCount]);
-  undoStack[undoCount] = nullptr;
-  FreeStack(redoStack, &redoCount);
-  std::memcpy(redoStack, setAside, setAsideCount * sizeof(UndoRecord*));
-  redoCount = setAsideCount;
-  setAsideCount = 0;
-  return 1;
-}
-
-static void ForgetWorkbookIn(UndoRecord** stack, uint32_t* count, uint32_t book) {
+void ForgetWorkbookInUndo(uint32_t book) {
   uint32_t kept = 0;
-  for (uint32_t i = 0; i < *count; i++) {
-    UndoRecord* r = stack[i];
+  for (uint32_t i = 0; i < undoCount; i++) {
+    UndoRecord* r = undoStack[i];
     if (r->book == book) {
       FreeRecord(r);
       continue;
     }
     if (r->book > book) r->book--;
-    stack[kept++] = r;
+    undoStack[kept++] = r;
   }
-  *count = kept;
-}
-
-void ForgetWorkbookInUndo(uint32_t book) {
-  ForgetWorkbookIn(undoStack, &undoCount, book);
-  ForgetWorkbookIn(redoStack, &redoCount, book);
-  ForgetWorkbookIn(setAside, &setAsideCount, book);
+  undoCount = kept;
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -701,46 +645,20 @@ static const UndoApply ApplyFamily[] = {
 };
 static_assert(sizeof ApplyFamily / sizeof ApplyFamily[0] == FamilyCount, "one way back per family");
 
-// Puts back what `r` holds on its own workbook, which becomes current, with its sheet on show.
-static void ApplyRecord(UndoRecord* r) {
-  App.currentBook = r->book;
-  Workbook* wb = GetWorkbook(r->book);
-  if (r->sheet < wb->sheetCount) wb->currentSheet = r->sheet;
-  uint8_t family = KindFamily[r->kind];
-  ApplyFamily[family](r);
-  if (family != FamilyInsertSheet) RestoreWindow(r);
-  wb = GetWorkbook(r->book);
-  if (r->sheet < wb->sheetCount && family != FamilyInsertSheet) wb->currentSheet = r->sheet;
-  wb->dirty = 1;
-}
-
 int PopUndo() {
   if (!undoCount) return 0;
-  FreeStack(setAside, &setAsideCount);
   UndoRecord* r = undoStack[--undoCount];
   undoStack[undoCount] = nullptr;
   if (r->book < App.workbookCount) {
-    UndoRecord* again = Counterpart(r);
-    ApplyRecord(r);
-    // Redo steps form one chain back from the present: a step that cannot be redone ends it.
-    if (again)
-      StackRecord(redoStack, &redoCount, again);
-    else
-      FreeStack(redoStack, &redoCount);
-  }
-  FreeRecord(r);
-  return 1;
-}
-
-int PopRedo() {
-  if (!redoCount) return 0;
-  FreeStack(setAside, &setAsideCount);
-  UndoRecord* r = redoStack[--redoCount];
-  redoStack[redoCount] = nullptr;
-  if (r->book < App.workbookCount) {
-    UndoRecord* back = Counterpart(r);
-    ApplyRecord(r);
-    if (back) StackRecord(undoStack, &undoCount, back);
+    App.currentBook = r->book;
+    Workbook* wb = GetWorkbook(r->book);
+    if (r->sheet < wb->sheetCount) wb->currentSheet = r->sheet;
+    uint8_t family = KindFamily[r->kind];
+    ApplyFamily[family](r);
+    if (family != FamilyInsertSheet) RestoreWindow(r);
+    wb = GetWorkbook(r->book);
+    if (r->sheet < wb->sheetCount && family != FamilyInsertSheet) wb->currentSheet = r->sheet;
+    wb->dirty = 1;
   }
   FreeRecord(r);
   return 1;

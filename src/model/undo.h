@@ -1,8 +1,6 @@
 // Undo: a bounded stack of snapshots. Before a change the command pushes a record saying what kind
 // of change comes, with a copy of what it will lose; one undo step pops the record and puts things
-// back. At most 16 records are kept: a seventeenth drops the oldest. Undoing a change of cells
-// keeps what it replaces on a second stack, so that redo can put the change back; any new change
-// empties that stack.
+// back. There is no redo. At most 16 records are kept: a seventeenth drops the oldest.
 #pragma once
 #include <cstdint>
 
@@ -58,15 +56,7 @@ void SetUndoShift(const Range* source, int32_t rowDelta, int32_t colDelta);
 // show. Marks the workbook dirty and what changed for recalculation. Returns 0 when the stack is
 // empty.
 int PopUndo();
-// Redoes the newest undone change of cells, which becomes undoable again; the workbook becomes
-// current as with PopUndo. Undoing anything else empties the redo stack. Returns 0 when empty.
-int PopRedo();
-// Takes the top record off without applying it, for a change that was refused after its push:
-// the redo steps that the push ended come back. Returns 0 when the stack is empty.
-int DropUndo();
 // Records on the stack: the Undo command is enabled while this is above zero.
 uint32_t UndoCount();
-// Steps that can be redone: the Redo command is enabled while this is above zero.
-uint32_t RedoCount();
 // Releases every record (shut-down, tests).
 void ClearUndo();

@@ -56,10 +56,6 @@ void Undo(int32_t) {
   UndoCommand();
 }
 
-void Redo(int32_t) {
-  RedoCommand();
-}
-
 // The View toggles: which flag each flips.
 int32_t* ToggledFlag(int32_t id) {
   switch (id) {
@@ -89,11 +85,15 @@ struct CommandRow {
 };
 
 constexpr CommandRow kCommandTable[] = {
-    {CmdNew, CmdNew, New},          {CmdOpen, CmdOpen, Open},
-    {CmdClose, CmdClose, Close},    {CmdSave, CmdSave, Save},
-    {CmdSaveAs, CmdSaveAs, SaveAs}, {CmdRecentFirst, CmdRecentLast, OpenRecent},
-    {CmdQuit, CmdQuit, Quit},       {CmdRedo, CmdRedo, Redo},
-    {CmdUndo, CmdUndo, Undo},       {CmdStandardBar, CmdStatusBar, Toggle},
+    {CmdNew, CmdNew, New},
+    {CmdOpen, CmdOpen, Open},
+    {CmdClose, CmdClose, Close},
+    {CmdSave, CmdSave, Save},
+    {CmdSaveAs, CmdSaveAs, SaveAs},
+    {CmdRecentFirst, CmdRecentLast, OpenRecent},
+    {CmdQuit, CmdQuit, Quit},
+    {CmdUndo, CmdUndo, Undo},
+    {CmdStandardBar, CmdStatusBar, Toggle},
 };
 
 }  // namespace
@@ -136,7 +136,6 @@ void RefreshMenus() {
       {1, CmdQuit, u"&Quitter\tCtrl+Q"},
       {0, 0, u"&Modifier"},
       {1, CmdUndo, u"&Annuler\tCtrl+Z"},
-      {1, CmdRedo, u"&Rétablir\tCtrl+Y"},
       {0, 0, u"F&ormat"},
       {1, 0, u"&Programme"},
       {2, 0, u"&Barres d'outils"},
@@ -154,18 +153,12 @@ void RefreshMenus() {
   for (int32_t id = CmdStandardBar; id <= CmdStatusBar; id++) {
     gPlatform->checkCommand(id, *ToggledFlag(id));
   }
-  RefreshUndoCommands();
-}
-
-void RefreshUndoCommands() {
-  gPlatform->enableCommand(CmdUndo, UndoCount() > 0);
-  gPlatform->enableCommand(CmdRedo, RedoCount() > 0);
 }
 
 void SetToolbars() {
   const MenuEntry standard[] = {
       {0, CmdNew, u"Nouveau"}, {0, CmdOpen, u"Ouvrir"},  {0, CmdSave, u"Enregistrer"},
-      {0, 0, nullptr},         {0, CmdUndo, u"Annuler"}, {0, CmdRedo, u"Rétablir"},
+      {0, 0, nullptr},         {0, CmdUndo, u"Annuler"},
   };
   gPlatform->setToolbar(BandStandardBar, standard, int32_t(std::size(standard)));
 }

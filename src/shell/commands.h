@@ -1,6 +1,5 @@
 // Commands: every menu item, toolbar button and shortcut ends as one number, which the command
-// table turns into a handler. This holds the File menu, Undo and Redo, and the View toggles of the
-// bands.
+// table turns into a handler. This holds the File menu, Undo, and the View toggles of the bands.
 #pragma once
 #include <cstdint>
 
@@ -13,7 +12,6 @@ enum CommandId : int32_t {
   CmdRecentFirst = 118,  // 118 to 126: the recent files, newest first
   CmdRecentLast = 126,
   CmdQuit = 127,
-  CmdRedo = 129,
   CmdUndo = 130,
   CmdStandardBar = 416,
   CmdFormatBar = 417,
@@ -25,7 +23,5 @@ enum CommandId : int32_t {
 int DispatchCommand(int32_t id);
 // Rebuilds the menu bar (the recent files live in it) and sets the state of every command.
 void RefreshMenus();
-// Enables Undo and Redo by what their stacks hold; after every change and every step.
-void RefreshUndoCommands();
 // Fills the standard and format toolbars.
 void SetToolbars();

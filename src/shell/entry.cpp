@@ -18,7 +18,6 @@
 #include "formula/reference_text.h"
 #include "model/undo.h"
 #include "model/workbook.h"
-#include "shell/commands.h"
 #include "shell/paint.h"
 #include "shell/select.h"
 #include "shell/status.h"
@@ -261,12 +260,11 @@ int CommitEntry(int arrayEntry, int fillSelection) {
     ok = StoreEntry(text, &target, &status);
     // A refused entry changed nothing: its undo record goes, and with it nothing else.
     if (!ok) {
-      DropUndo();
+      PopUndo();
       GetWorkbook(target.book)->dirty = wasDirty;
     }
   }
   Release(text);
-  RefreshUndoCommands();
   if (ok) {
     Options.editMode = 0;
     gPlatform->setFocusGrid();
@@ -550,21 +548,10 @@ int PressWhileEditing(const HitResult* hit) {
   return !GuardCommitArray() && CommitEntry(0, 0);
 }
 
-// After an undo or redo step: the whole view, since the step may have changed the sheet on show.
-static int AfterUndoStep(int stepped) {
-  if (!stepped) return 0;
-  RefreshUndoCommands();
+int UndoCommand() {
+  if (Options.editMode) return 0;  // the edit line undoes its own typing
+  if (!PopUndo()) return 0;
   RemeasureView();
   RefreshFormulaBar();
   return 1;
-}
-
-int UndoCommand() {
-  if (Options.editMode) return 0;  // the edit line undoes its own typing
-  return AfterUndoStep(PopUndo());
-}
-
-int RedoCommand() {
-  if (Options.editMode) return 0;
-  return AfterUndoStep(PopRedo());
 }

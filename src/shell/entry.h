@@ -61,6 +61,3 @@ void TabMove(int backwards);
 // The Undo command: while editing it belongs to the edit line; otherwise the last change to the
 // model is undone. Returns non-zero when something was undone.
 int UndoCommand();
-// The Redo command: puts back the last undone change of cells, unless an entry is being typed.
-// Returns non-zero when something was redone.
-int RedoCommand();

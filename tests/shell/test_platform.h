@@ -91,12 +91,11 @@ struct TestPlatformState {
   std::map<int32_t, std::u16string> statusTexts;
   std::u16string caption;
   int32_t quitCode;
-  std::vector<std::u16string> menuTexts;       // the menu bar as last set, "-" for separators
-  std::map<int32_t, int32_t> bandsShown;       // by PlatformBand
-  std::map<int32_t, int32_t> commandsEnabled;  // by command id, as last set
-  std::deque<int32_t> popupAnswers;            // row to choose in each popup menu, -1 dismisses
-  std::vector<std::u16string> popupTexts;      // the last popup menu's rows
-  int32_t popupChecked;                        // its checked row
+  std::vector<std::u16string> menuTexts;   // the menu bar as last set, "-" for separators
+  std::map<int32_t, int32_t> bandsShown;   // by PlatformBand
+  std::deque<int32_t> popupAnswers;        // row to choose in each popup menu, -1 dismisses
+  std::vector<std::u16string> popupTexts;  // the last popup menu's rows
+  int32_t popupChecked;                    // its checked row
 };
 
 extern TestPlatformState TestState;

@@ -1,7 +1,6 @@
 // Typing into cells through the edit line, and moving about the grid with keys and presses.
 #include "format/calendar.h"
 #include "format/number_format.h"
-#include "shell/commands.h"
 #include "shell/events.h"
 #include "shell/select.h"
 #include "shell_fixture.h"
@@ -134,68 +133,6 @@ TEST_F(TypingTest, UndoTakesEntriesBackOneByOne) {
   ASSERT_TRUE(UndoCommand());
   EXPECT_TRUE(At(0, 0) == nullptr || At(0, 0)->value.tag == ValueEmpty);
   EXPECT_FALSE(UndoCommand());
-}
-
-// Redo walks forward through the entries undone, until a new entry ends the chain; an entry
-// refused for its formula changes nothing, so the chain survives it.
-TEST_F(TypingTest, RedoPutsUndoneEntriesBack) {
-  auto number = [&](uint32_t row, uint32_t col) {
-    Cell* c = At(row, col);
-    return c && EnsureCellText(book, 0, c) && c->value.tag == ValueNumber ? c->value.number : -1;
-  };
-  auto empty = [&](uint32_t row, uint32_t col) {
-    return At(row, col) == nullptr || At(row, col)->value.tag == ValueEmpty;
-  };
-  auto enabled = [](int32_t id) { return TestState.commandsEnabled[id]; };
-  Type(u"7");
-  Enter();
-  Type(u"=A1*2");
-  Enter();
-  EXPECT_TRUE(enabled(CmdUndo));
-  EXPECT_FALSE(enabled(CmdRedo));
-  EXPECT_FALSE(RedoCommand()) << "nothing undone yet";
-  ASSERT_TRUE(UndoCommand());
-  ASSERT_TRUE(UndoCommand());
-  EXPECT_TRUE(empty(0, 0) && empty(1, 0));
-  EXPECT_FALSE(enabled(CmdUndo));
-  EXPECT_TRUE(enabled(CmdRedo));
-
-  ASSERT_TRUE(RedoCommand());
-  EXPECT_EQ(number(0, 0), 7);
-  EXPECT_TRUE(empty(1, 0));
-  EXPECT_EQ(S()->activeRow, 1) << "the window as it was after that entry";
-  ASSERT_TRUE(RedoCommand());
-  EXPECT_EQ(number(1, 0), 14) << "the formula is back and calculates";
-  EXPECT_EQ(S()->activeRow, 2);
-  EXPECT_FALSE(RedoCommand());
-  EXPECT_FALSE(enabled(CmdRedo));
-
-  // Undo and redo again, through the command table.
-  ASSERT_TRUE(DispatchCommand(CmdUndo));
-  EXPECT_TRUE(empty(1, 0));
-  ASSERT_TRUE(DispatchCommand(CmdRedo));
-  EXPECT_EQ(number(1, 0), 14);
-
-  ASSERT_TRUE(UndoCommand());
-  SelectCell(5, 5, 1);
-  Type(u"=1+");
-  ExpectBox(FormulaErrorMessage, IdOk);
-  Enter();
-  EXPECT_EQ(Options.editMode, 2) << "the refused entry stays in the edit line";
-  EXPECT_FALSE(RedoCommand()) << "not while editing";
-  EditLineChar(27, 0);
-  EXPECT_TRUE(enabled(CmdRedo));
-  ASSERT_TRUE(RedoCommand());
-  EXPECT_EQ(number(1, 0), 14);
-
-  ASSERT_TRUE(UndoCommand());
-  SelectCell(5, 5, 1);
-  Type(u"3");
-  Enter();
-  EXPECT_FALSE(enabled(CmdRedo)) << "a new entry ends the chain";
-  EXPECT_FALSE(RedoCommand());
-  EXPECT_TRUE(empty(1, 0));
-  EXPECT_EQ(number(5, 5), 3);
 }
 
 // Keys of the edit line by mode: arrows commit a typed entry and move, but move the caret
