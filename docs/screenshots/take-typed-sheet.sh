@@ -2,8 +2,8 @@
 # Retakes typed-sheet.png: the program on a virtual display, a small sheet typed with real key
 # events, B2:B4 selected so that the status bar shows their sum, and the screen grabbed.
 # Usage: docs/screenshots/take-typed-sheet.sh PATH/TO/tessarel OUT.png
-# Needs Xvfb and xdotool (scripts/bootstrap installs them), setxkbmap (x11-xkb-utils) and
-# ImageMagick's import.
+# Needs Xvfb, xdotool, setxkbmap and ImageMagick's import: `scripts/bootstrap --bench` installs
+# them.
 set -euo pipefail
 app=$1 out=$2
 app_pid=""
