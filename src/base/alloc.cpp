@@ -37,6 +37,12 @@ void* Allocate(size_t size) {
   return block;
 }
 
+int CountAllocation() {
+  if (!ShouldFail()) return 1;
+  ReportOutOfMemory();
+  return 0;
+}
+
 void* Reallocate(void* block, size_t oldSize, size_t newSize) {
   void* grown = ShouldFail() ? nullptr : std::realloc(block, newSize ? newSize : 1);
   if (!grown) {

@@ -46,5 +46,10 @@ int GrowArrayByDoubling(T** items, uint32_t* capacity, uint32_t needed, uint32_t
   return GrowArray(items, capacity, needed, *capacity ? *capacity : first);
 }
 
+// Counts one allocation without making one, for a pool that hands out parts of the blocks it
+// holds: so such a part can fail like any allocation (reported, and 0 returned) when tests make
+// allocations fail. Returns 1 otherwise.
+int CountAllocation();
+
 // Test support: the next `count` allocations succeed, then every one fails until reset with -1.
 void SetAllocationFailureAfter(int64_t count);

@@ -60,6 +60,7 @@ void ReleaseBlocks() {
 }  // namespace
 
 Cell* AllocateCell() {
+  if (!CountAllocation()) return nullptr;
   Cell* cell;
   if (freeCells) {
     cell = freeCells;

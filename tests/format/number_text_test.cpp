@@ -201,10 +201,10 @@ TEST_P(NumberText, RandomDoublesMatchPrintf) {
     double v = values[i];
     ASSERT_EQ(Converted(v, 15), ReferenceText(v, 15)) << std::hexfloat << v;
     // Every precision for a share of them: General's shrinking uses all of those below 15.
-    if (i % 16 == 0)
-      for (int digits = 1; digits <= 17; digits++)
-        ASSERT_EQ(Converted(v, digits), ReferenceText(v, digits))
-            << std::hexfloat << v << " with " << digits << " digits";
+    if (i % 16 != 0) continue;
+    for (int digits = 1; digits <= 17; digits++)
+      ASSERT_EQ(Converted(v, digits), ReferenceText(v, digits))
+          << std::hexfloat << v << " with " << digits << " digits";
   }
 }
 
@@ -216,7 +216,8 @@ TEST_P(NumberText, GeneralMatchesAtEveryWidth) {
   std::vector<double> random = RandomValues(6000);
   values.insert(values.end(), random.begin(), random.end());
   for (double v : values) {
-    if (v == 0) v = 0;  // a negative zero is not below 0, and prints as "0"
+    if (!std::isfinite(v)) continue;  // "#NUM!", below
+    if (v == 0) v = 0;                // a negative zero is not below 0, and prints as "0"
     std::u16string plain = FormatNumber(v, u"General", 0, nullptr, 0, nullptr);
     ASSERT_EQ(plain, ReferenceGeneral(v, 1000)) << std::hexfloat << v;
     ASSERT_EQ(plain, std::u16string(FormatNumber(v, u"General;-General", 0, nullptr, 0, nullptr)));
