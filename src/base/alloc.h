@@ -17,6 +17,13 @@ void* Allocate(size_t size);
 // Resizes `block` (which may be null) from `oldSize` to `newSize` bytes; the bytes from `oldSize`
 // on are zeroed. On failure the old block is left untouched and null is returned.
 void* Reallocate(void* block, size_t oldSize, size_t newSize);
+// A zeroed block of at least `size` bytes for a large table, aligned to LargeBlockSize and
+// rounded up to a multiple of it, which the system is asked to back with large pages where it
+// can: touching memory a small page at a time is a large share of the cost of loading a big
+// workbook. Release it with ReleaseLarge and the same size, never with Release.
+constexpr size_t LargeBlockSize = 2u << 20;
+void* AllocateLarge(size_t size);
+void ReleaseLarge(void* block, size_t size);
 // Releases a block from Allocate or Reallocate; null is allowed.
 void Release(void* block);
 
@@ -38,6 +45,11 @@ template <typename T>
 int GrowArrayByDoubling(T** items, uint32_t* capacity, uint32_t needed, uint32_t first) {
   return GrowArray(items, capacity, needed, *capacity ? *capacity : first);
 }
+
+// Counts one allocation without making one, for a pool that hands out parts of the blocks it
+// holds: so such a part can fail like any allocation (reported, and 0 returned) when tests make
+// allocations fail. Returns 1 otherwise.
+int CountAllocation();
 
 // Test support: the next `count` allocations succeed, then every one fails until reset with -1.
 void SetAllocationFailureAfter(int64_t count);

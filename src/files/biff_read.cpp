@@ -196,10 +196,21 @@ int ReadXlsFile(uint32_t book, const uint8_t* bytes, size_t size) {
   }
   CompoundFile compound;
   if (!OpenCompoundBytes(&compound, bytes, size)) return 0;
+  // The workbook stream is read where it lies in the file's bytes when it is one run of sectors,
+  // which saves a copy of a stream that may be tens of megabytes; else a copy is read out.
+  int32_t entry = FindCompoundStream(&compound, u"Workbook");
+  if (entry < 0) entry = FindCompoundStream(&compound, u"Book");
+  uint32_t streamSize = 0;
+  const uint8_t* data = entry >= 0 ? CompoundStreamInPlace(&compound, entry, &streamSize) : nullptr;
   CompoundStream stream{};
-  int ok = ReadWorkbookStream(&compound, &stream) != 0;
+  int ok = 1;
+  if (!data) {
+    ok = ReadWorkbookStream(&compound, &stream) != 0;
+    data = stream.data;
+    streamSize = stream.size;
+  }
   CloseCompound(&compound);
-  if (ok) ok = ReadBiffWorkbook(book, stream.data, stream.size);
+  if (ok) ok = ReadBiffWorkbook(book, data, streamSize);
   ReleaseCompoundStream(&stream);
   return ok;
 }

@@ -77,6 +77,11 @@ int ReadCompoundStream(CompoundFile* compound, int32_t entry, CompoundStream* st
 // 7 for "Book", and 0 after showing "Workbook not found in file" or the reason of a failed read.
 int ReadWorkbookStream(CompoundFile* compound, CompoundStream* stream);
 void ReleaseCompoundStream(CompoundStream* stream);
+// The bytes of a stream of at least the mini-stream cutoff where they already lie, in a container
+// opened from memory whose stream is one run of consecutive sectors (as writers lay streams
+// down): such a stream needs no copy. Null, silently, in every other case; the caller then reads
+// a copy with ReadCompoundStream, which also says what is wrong with a damaged chain.
+const uint8_t* CompoundStreamInPlace(const CompoundFile* compound, int32_t entry, uint32_t* size);
 
 // The user's words for a CompoundError.
 const char16_t* CompoundErrorText(uint32_t error);

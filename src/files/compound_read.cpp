@@ -468,6 +468,24 @@ int ReadWorkbookStream(CompoundFile* compound, CompoundStream* stream) {
   return 0;
 }
 
+const uint8_t* CompoundStreamInPlace(const CompoundFile* compound, int32_t index, uint32_t* size) {
+  if (!compound->bytes || index < 0 || static_cast<uint32_t>(index) >= compound->entryCount)
+    return nullptr;
+  const uint8_t* entry = Entry(compound, index);
+  uint64_t bytes = EntrySizeField(compound, entry);
+  if (entry[66] != EntryStream || bytes < MiniStreamCutoff || bytes > LargestStream) return nullptr;
+  uint64_t wanted = (bytes + compound->sectorSize - 1) >> compound->sectorShift;
+  uint64_t first = ReadU32(entry + 116);
+  if (first + wanted > compound->sectorCount) return nullptr;
+  // Consecutive sectors cannot loop, and all of them lie before sectorCount.
+  for (uint64_t i = 0; i + 1 < wanted; i++)
+    if (compound->fat[first + i] != first + i + 1) return nullptr;
+  if (SectorOffset(compound, static_cast<uint32_t>(first)) + bytes > compound->fileSize)
+    return nullptr;
+  *size = static_cast<uint32_t>(bytes);
+  return compound->bytes + SectorOffset(compound, static_cast<uint32_t>(first));
+}
+
 void ReleaseCompoundStream(CompoundStream* stream) {
   Release(stream->data);
   stream->data = nullptr;

@@ -3,6 +3,7 @@
 #include "files/open.h"
 
 #include <cstdio>
+#include <cstring>
 #include <string>
 
 #include "base/alloc.h"
@@ -94,22 +95,32 @@ static void RefuseType(const char16_t* path) {
   ShowWithPath(u"Ce type de fichier n'est pas encore pris en charge", path);
 }
 
-// The whole file in one block from the allocation wrapper; null when it cannot be read.
-static uint8_t* ReadWholeFile(const char16_t* path, size_t* size) {
+// The whole file in one large block (release it with ReleaseLarge and *room); null when it cannot
+// be read. A regular file tells its size first and is read into a block of that size at once.
+static uint8_t* ReadWholeFile(const char16_t* path, size_t* size, size_t* room) {
   std::string name = TextToUtf8(path);
   FILE* file = std::fopen(name.c_str(), "rb");
   if (!file) return nullptr;
+  size_t expected = 0;
+  if (fseeko(file, 0, SEEK_END) == 0) {
+    off_t end = ftello(file);
+    if (end > 0) expected = static_cast<size_t>(end);
+  }
+  std::rewind(file);
   uint8_t* bytes = nullptr;
   size_t used = 0, capacity = 0;
   for (;;) {
     if (used == capacity) {
-      size_t grown = capacity ? capacity * 2 : 65536;
-      auto* bigger = static_cast<uint8_t*>(Reallocate(bytes, capacity, grown));
+      // One byte more than expected, so that the end is seen without growing.
+      size_t grown = capacity ? capacity * 2 : expected + 1;
+      auto* bigger = static_cast<uint8_t*>(AllocateLarge(grown));
       if (!bigger) {
-        Release(bytes);
+        ReleaseLarge(bytes, capacity);
         std::fclose(file);
         return nullptr;
       }
+      if (used) std::memcpy(bigger, bytes, used);
+      ReleaseLarge(bytes, capacity);
       bytes = bigger;
       capacity = grown;
     }
@@ -120,10 +131,11 @@ static uint8_t* ReadWholeFile(const char16_t* path, size_t* size) {
   bool failed = std::ferror(file) != 0;
   std::fclose(file);
   if (failed) {
-    Release(bytes);
+    ReleaseLarge(bytes, capacity);
     return nullptr;
   }
   *size = used;
+  *room = capacity;
   return bytes;
 }
 
@@ -154,22 +166,22 @@ int LoadWorkbookFile(const char16_t* path, const char16_t* delimiter, LoadReport
     RefuseType(path);
     return 0;
   }
-  size_t size = 0;
-  uint8_t* bytes = ReadWholeFile(path, &size);
+  size_t size = 0, room = 0;
+  uint8_t* bytes = ReadWholeFile(path, &size, &room);
   if (!bytes) {
     ShowWithPath(u"Unable to open input file", path);
     return 0;
   }
   uint32_t book;
   if (!CreateWorkbook(path, NoViewUpdate, &book)) {
-    Release(bytes);
+    ReleaseLarge(bytes, room);
     return 0;
   }
   report->book = book;
   report->bookCreated = 1;
   if (type == FileCsv || type == FileTxt) NameSheetAfterFile(book, path);
   int ok = row->read(book, bytes, size, delimiter ? delimiter[0] : 0, report);
-  Release(bytes);
+  ReleaseLarge(bytes, room);
   return ok;
 }
 

@@ -204,30 +204,66 @@ int ReadDelimited(uint32_t book, const uint8_t* bytes, size_t size, char16_t sep
 // ---------------------------------------------------------------------------------------------
 // Writing
 
+// Bytes gather in a block that goes to the file whole: a big sheet is millions of characters.
+constexpr uint32_t WriterBlock = 65536;
+
 struct TextWriter {
   FILE* file;
   CodePage page;
+  uint32_t used;
+  uint8_t block[WriterBlock];
 };
 
+static void Flush(TextWriter* w) {
+  if (w->used) std::fwrite(w->block, 1, w->used, w->file);
+  w->used = 0;
+}
+
 static void PutByte(TextWriter* w, uint8_t b) {
-  std::fputc(b, w->file);
+  if (w->used == WriterBlock) Flush(w);
+  w->block[w->used++] = b;
 }
 
 static void PutChar(TextWriter* w, char16_t c) {
+  if (c < 0x80) {
+    PutByte(w, static_cast<uint8_t>(c));
+    return;
+  }
   uint8_t bytes[2];
   uint32_t n = EncodeChar(&w->page, c, bytes);
   for (uint32_t i = 0; i < n; i++) PutByte(w, bytes[i]);
 }
 
-static bool NeedsQuotes(const char16_t* text, char16_t separator, uint32_t xfFlags) {
-  if (xfFlags & XfQuotePrefix) return true;
-  for (const char16_t* p = text; *p; p++)
-    if (*p == ListSeparator[0] || *p == separator || *p == u'"' || *p == u'\n' || *p == u'\r')
-      return true;
-  return false;
+// Whether the text must go between quotes; `ascii` is cleared when any character is not ASCII.
+static bool NeedsQuotes(const char16_t* text, char16_t separator, uint32_t xfFlags, bool* ascii) {
+  bool quotes = xfFlags & XfQuotePrefix;
+  *ascii = true;
+  for (const char16_t* p = text; *p; p++) {
+    char16_t c = *p;
+    if (c == ListSeparator[0] || c == separator || c == u'"' || c == u'\n' || c == u'\r')
+      quotes = true;
+    if (c >= 0x80) *ascii = false;
+  }
+  return quotes;
 }
 
-// The text a cell is written with: its formula when the sheet shows formulas, else its shown text.
+// An ASCII text that needs no quotes, which is what nearly every cell gives: its bytes are its
+// characters, copied at once.
+static void PutAscii(TextWriter* w, const char16_t* text) {
+  for (;;) {
+    uint32_t room = WriterBlock - w->used;
+    uint32_t n = 0;
+    for (; n < room && text[n]; n++) w->block[w->used + n] = static_cast<uint8_t>(text[n]);
+    w->used += n;
+    text += n;
+    if (!*text) return;
+    Flush(w);
+  }
+}
+
+// The text a cell is written with: its formula when the sheet shows formulas, else its shown
+// text. A number already worked out is formatted for the line without keeping its text in the
+// cell: a file of a million numbers would otherwise hold a million small texts after its save.
 static void WriteCell(TextWriter* w, uint32_t book, uint32_t sheet, Cell* cell,
                       char16_t separator) {
   const Sheet* s = GetSheet(book, sheet);
@@ -236,17 +272,23 @@ static void WriteCell(TextWriter* w, uint32_t book, uint32_t sheet, Cell* cell,
   if ((s->flags & SheetShowFormulas) && cell->formula.bytes) {
     formula = FormulaText(book, &cell->formula, cell->row, cell->col, 1, cell->row, cell->col);
     if (formula) text = formula;
+  } else if (cell->state == CellCalculated && cell->value.tag == ValueNumber) {
+    text = CellNumberText(book, cell, nullptr, 0, nullptr);
+    if (!text) text = u"#";
   } else if (EnsureCellText(book, sheet, cell) && cell->text) {
     text = cell->text;
   }
   uint32_t flags = GetWorkbook(book)->xfs[cell->xf].flags;
-  if (NeedsQuotes(text, separator, flags)) {
+  bool ascii;
+  if (NeedsQuotes(text, separator, flags, &ascii)) {
     PutByte(w, '"');
     for (const char16_t* p = text; *p; p++) {
       if (*p == u'"') PutByte(w, '"');
       PutChar(w, *p);
     }
     PutByte(w, '"');
+  } else if (ascii) {
+    PutAscii(w, text);
   } else {
     for (const char16_t* p = text; *p; p++) PutChar(w, *p);
   }
@@ -258,8 +300,13 @@ int WriteDelimited(uint32_t book, FILE* file, DelimitedFlavour flavour) {
   uint32_t sheet = wb->currentSheet;
   Sheet* s = GetSheet(book, sheet);
   if (!SheetHasCells(s) || s->cells.count == 0) return 1;
-  TextWriter w{file, {}};
-  if (!OpenCodePage(wb->codePage, &w.page)) return 0;
+  auto* w = static_cast<TextWriter*>(Allocate(sizeof(TextWriter)));
+  if (!w) return 0;
+  w->file = file;
+  if (!OpenCodePage(wb->codePage, &w->page)) {
+    Release(w);
+    return 0;
+  }
   char16_t separator =
       flavour == DelimitedTxt ? u'\t' : static_cast<char16_t>(ListSeparator[0] & 0xFF);
   uint32_t lastRow = s->cells.cells[s->cells.count - 1]->row;
@@ -272,15 +319,17 @@ int WriteDelimited(uint32_t book, FILE* file, DelimitedFlavour flavour) {
     uint32_t col = 0;
     for (; index < s->cells.count && s->cells.cells[index]->row == row; index++) {
       Cell* cell = s->cells.cells[index];
-      for (; col < cell->col; col++) PutByte(&w, static_cast<uint8_t>(separator));
-      WriteCell(&w, book, sheet, cell, separator);
+      for (; col < cell->col; col++) PutByte(w, static_cast<uint8_t>(separator));
+      WriteCell(w, book, sheet, cell, separator);
       s = GetSheet(book, sheet);
     }
     if (flavour == DelimitedCsv)
-      for (; col < lastCol; col++) PutByte(&w, static_cast<uint8_t>(separator));
-    PutByte(&w, '\r');
-    PutByte(&w, '\n');
+      for (; col < lastCol; col++) PutByte(w, static_cast<uint8_t>(separator));
+    PutByte(w, '\r');
+    PutByte(w, '\n');
   }
-  CloseCodePage(&w.page);
+  Flush(w);
+  CloseCodePage(&w->page);
+  Release(w);
   return std::ferror(file) ? 0 : 1;
 }

@@ -4,7 +4,6 @@
 #include "format/input.h"
 
 #include <cmath>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -121,31 +120,6 @@ int ParseNumberText(const char16_t* text, uint32_t start, uint32_t end, double* 
   }
   *out = negative ? -value : value;
   return 1;
-}
-
-uint32_t ValueNumberText(double number, int digits, char16_t* out) {
-  char buffer[NumberTextCapacity];
-  if (number == 0) number = 0;  // never print a negative zero
-  if (digits < 1) digits = 1;
-  if (digits > 17) digits = 17;
-  std::snprintf(buffer, sizeof buffer, "%-.*G", digits, number);
-  // The C library may use its own decimal point; whichever it wrote becomes the locale's.
-  bool hasExponent = std::strchr(buffer, 'E') != nullptr;
-  char* point = nullptr;
-  for (char* p = buffer; *p; p++)
-    if (*p == '.' || *p == ',') {
-      point = p;
-      break;
-    }
-  size_t length = std::strlen(buffer);
-  if (point && !hasExponent) {
-    while (length > 0 && buffer[length - 1] == '0') buffer[--length] = 0;
-    if (&buffer[length - 1] == point) buffer[--length] = 0;
-  }
-  for (size_t i = 0; i < length; i++)
-    out[i] = &buffer[i] == point ? DecimalSeparator[0] : static_cast<char16_t>(buffer[i]);
-  out[length] = 0;
-  return static_cast<uint32_t>(length);
 }
 
 // Blanks around a currency symbol may be typed as any of the space characters.

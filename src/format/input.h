@@ -84,8 +84,10 @@ void TextToValue(Value* v, int date1904);
 
 // Plain values to text. Each writes into `out`, adds the terminator and returns the length.
 constexpr uint32_t NumberTextCapacity = 32;
-// "%-.*G" with `digits` significant digits, the locale's decimal separator, trailing zeros of a
-// fraction cut (and the separator with them); -0 prints as "0".
+// The number with `digits` significant digits (1 to 17), as the C library's "%G" prints it: plain
+// notation for decimal exponents from -4 to digits - 1, else "d.dddE+XX"; the value rounded
+// exactly, trailing zeros of a fraction cut (and the separator with them), the locale's decimal
+// separator, and -0 printed as "0".
 uint32_t ValueNumberText(double number, int digits, char16_t* out);
 // The date by the locale's order and separator with a two-digit year.
 uint32_t DateText(double serial, int date1904, char16_t* out);

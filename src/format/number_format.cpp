@@ -936,12 +936,28 @@ static void Fill(Emitter* e) {
   e->length += static_cast<uint32_t>(count);
 }
 
+// The code "General" alone, by far the most common one. Its single section prints every value
+// through General with a "-" in front of a negative one, so the section machinery can be skipped.
+static bool IsGeneralCode(const char16_t* code) {
+  static const char16_t general[] = u"General";
+  if (!code) return false;
+  for (uint32_t i = 0; i < sizeof general / sizeof general[0]; i++)
+    if (code[i] != general[i]) return false;
+  return true;
+}
+
 const char16_t* FormatNumber(double value, const char16_t* code, int date1904,
                              const TextMeasure* measure, int32_t availableWidth,
                              uint8_t* colorOut) {
   Emitter e{0, measure, availableWidth, -1, 0, nullptr};
   if (!std::isfinite(value)) {
     PutText(&e, u"#NUM!", 5);
+    output[e.length] = 0;
+    return output;
+  }
+  if (IsGeneralCode(code)) {
+    if (value < 0) Put(&e, u'-');
+    PutGeneral(&e, std::fabs(value));
     output[e.length] = 0;
     return output;
   }
@@ -1004,6 +1020,7 @@ const char16_t* FormatText(const char16_t* text, const char16_t* code, uint8_t* 
 }
 
 bool FormatOutsideCalendar(double value, const char16_t* code, int date1904) {
+  if (IsGeneralCode(code)) return false;
   FormatSection sections[FormatSectionCount];
   ParseFormatSections(code, sections);
   bool negative = false;

@@ -742,6 +742,15 @@ static char16_t* HashFill(const TextMeasure* measure, int32_t availableWidth) {
   return text;
 }
 
+const char16_t* CellNumberText(uint32_t book, const Cell* cell, const TextMeasure* measure,
+                               int32_t availableWidth, uint8_t* color) {
+  const Workbook* wb = GetWorkbook(book);
+  const Xf* xf = cell->xf < wb->xfCount ? &wb->xfs[cell->xf] : nullptr;
+  const char16_t* code = FormatCodeAt(book, xf ? xf->numberFormat : 0);
+  if (FormatOutsideCalendar(cell->value.number, code, wb->date1904)) return nullptr;
+  return FormatNumber(cell->value.number, code, wb->date1904, measure, availableWidth, color);
+}
+
 // The text a cell shows. Texts show as they are, booleans and errors by their names, and numbers
 // through the cell's number format.
 static char16_t* DisplayText(uint32_t book, uint32_t sheet, Cell* cell, const TextMeasure* measure,
@@ -751,11 +760,8 @@ static char16_t* DisplayText(uint32_t book, uint32_t sheet, Cell* cell, const Te
   cell->textColor = xf && xf->font < wb->fontCount ? wb->fonts[xf->font].color : AutomaticFontColor;
   if (cell->value.tag == ValueNumber) {
     uint8_t color = FormatNoColor;
-    const char16_t* code = FormatCodeAt(book, xf ? xf->numberFormat : 0);
-    if (FormatOutsideCalendar(cell->value.number, code, wb->date1904))
-      return HashFill(measure, availableWidth);
-    const char16_t* text =
-        FormatNumber(cell->value.number, code, wb->date1904, measure, availableWidth, &color);
+    const char16_t* text = CellNumberText(book, cell, measure, availableWidth, &color);
+    if (!text) return HashFill(measure, availableWidth);
     if (color != FormatNoColor) cell->textColor = color;
     return TextDuplicate(text);
   }

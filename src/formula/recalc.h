@@ -30,6 +30,12 @@ void RecalculateWorkbook();
 struct TextMeasure;
 int EnsureCellText(uint32_t book, uint32_t sheet, Cell* cell, const TextMeasure* measure = nullptr,
                    int32_t availableWidth = 0);
+// The text of a number cell's value through its Xf's number format, as EnsureCellText makes it,
+// but without keeping it: the format engine's buffer, valid until its next call. Null for a
+// number that has no text under its format (a date outside the calendar), which shows as "#".
+// `color` receives the format's colour, if it names one.
+const char16_t* CellNumberText(uint32_t book, const Cell* cell, const TextMeasure* measure,
+                               int32_t availableWidth, uint8_t* color);
 
 // Invalidation of the screen area of a range, which the shell installs; no-op without a shell.
 using InvalidateRangeHook = void (*)(uint32_t book, uint32_t sheet, const Range* range);

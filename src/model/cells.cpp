@@ -96,11 +96,12 @@ void GetColumnInfo(const ColumnArray* array, uint32_t col, RowColInfo* out) {
   *out = FindColumnRecord(array, col, &index) ? array->records[index]->info : defaultColumnInfo;
 }
 
-// Inserts `record` into a sorted pointer array at `index`, growing by the row/column step.
+// Inserts `record` into a sorted pointer array at `index`. The array doubles, so that a file with
+// a record for each of 65,536 rows does not copy the array thousands of times while it loads.
 template <typename Record>
 static int InsertRecordAt(Record*** records, uint32_t* count, uint32_t* capacity, uint32_t index,
                           Record* record) {
-  if (!GrowArray(records, capacity, *count + 1, RowColArrayStep)) return 0;
+  if (!GrowArrayByDoubling(records, capacity, *count + 1, RowColArrayStep)) return 0;
   std::memmove(*records + index + 1, *records + index, (*count - index) * sizeof(Record*));
   (*records)[index] = record;
   (*count)++;
@@ -217,9 +218,43 @@ int32_t ColumnLeft(uint32_t book, uint32_t sheet, uint32_t col, uint32_t fractio
   return static_cast<int32_t>(left);
 }
 
+// The pointer array of a big sheet lives in large blocks (see AllocateLarge), a smaller one on
+// the heap; the capacity tells which.
+static bool LargeCellArray(uint32_t capacity) {
+  return static_cast<uint64_t>(capacity) * sizeof(Cell*) >= LargeBlockSize;
+}
+
+static void ReleaseCellArray(CellArray* array) {
+  if (LargeCellArray(array->capacity))
+    ReleaseLarge(array->cells, static_cast<size_t>(array->capacity) * sizeof(Cell*));
+  else
+    Release(array->cells);
+}
+
+// The array grows by about half its size, in whole steps, so that appending a sheet's cells one by
+// one copies the array a few dozen times rather than once per step.
+int GrowCellArray(CellArray* array) {
+  if (array->count < array->capacity) return 1;
+  uint32_t step = array->capacity / 2 / CellArrayStep * CellArrayStep;
+  if (step < CellArrayStep) step = CellArrayStep;
+  uint64_t wanted = static_cast<uint64_t>(array->capacity) + step;
+  if (!LargeCellArray(static_cast<uint32_t>(wanted)))
+    return GrowArray(&array->cells, &array->capacity, array->count + 1, step);
+  // Whole large blocks, every byte of them used.
+  uint64_t bytes = (wanted * sizeof(Cell*) + LargeBlockSize - 1) / LargeBlockSize * LargeBlockSize;
+  if (bytes / sizeof(Cell*) > UINT32_MAX) return 0;
+  auto* grown = static_cast<Cell**>(AllocateLarge(static_cast<size_t>(bytes)));
+  if (!grown) return 0;
+  if (array->count) std::memcpy(grown, array->cells, array->count * sizeof(Cell*));
+  ReleaseCellArray(array);
+  array->cells = grown;
+  array->capacity = static_cast<uint32_t>(bytes / sizeof(Cell*));
+  return 1;
+}
+
 Cell* AppendCell(CellArray* array, uint32_t row, uint32_t col) {
-  if (!GrowArray(&array->cells, &array->capacity, array->count + 1, CellArrayStep)) return nullptr;
-  Cell* cell = static_cast<Cell*>(Allocate(sizeof(Cell)));
+  if (!GrowCellArray(array)) return nullptr;
+  Cell* cell = AllocateCell();
   if (!cell) return nullptr;
   cell->row = static_cast<uint16_t>(row);
   cell->col = static_cast<uint8_t>(col);
@@ -263,10 +298,10 @@ int StoreCell(uint32_t book, uint32_t sheet, const Cell* proto, int recalculate,
     RemoveComment(s, proto->row, proto->col);
   } else {
     // The record is allocated before the slot is opened, so a failure leaves the array as it was.
-    cell = static_cast<Cell*>(Allocate(sizeof(Cell)));
+    cell = AllocateCell();
     if (!cell) return 0;
-    if (!GrowArray(&array->cells, &array->capacity, array->count + 1, CellArrayStep)) {
-      Release(cell);
+    if (!GrowCellArray(array)) {
+      ReleaseCell(cell);
       return 0;
     }
     std::memmove(&array->cells[index + 1], &array->cells[index],
@@ -303,7 +338,7 @@ int StoreCell(uint32_t book, uint32_t sheet, const Cell* proto, int recalculate,
 
 static void FreeCell(Cell* cell) {
   ClearCellContents(cell);
-  Release(cell);
+  ReleaseCell(cell);
 }
 
 void DeleteCell(uint32_t book, uint32_t sheet, CellArray* array, uint32_t index) {
@@ -331,7 +366,7 @@ void ClearCellsInRange(uint32_t book, uint32_t sheet, const Range* range) {
 
 void FreeCellArray(CellArray* array) {
   for (uint32_t i = 0; i < array->count; i++) FreeCell(array->cells[i]);
-  Release(array->cells);
+  ReleaseCellArray(array);
   *array = CellArray{};
 }
 

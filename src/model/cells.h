@@ -1,5 +1,6 @@
-// The cell store of a sheet: one small heap record per existing cell, reached through one array
-// of pointers sorted by row then column, found by binary search. Rows and columns that differ
+// The cell store of a sheet: one small record per existing cell (from a pool of large blocks, see
+// cell_pool.cpp), reached through one array of pointers sorted by row then column, found by
+// binary search. Rows and columns that differ
 // from the sheet's defaults have records in two more sorted pointer arrays.
 #pragma once
 #include <cstdint>
@@ -118,6 +119,13 @@ int32_t RowTop(uint32_t book, uint32_t sheet, uint32_t row, uint32_t fraction,
 int32_t ColumnLeft(uint32_t book, uint32_t sheet, uint32_t col, uint32_t fraction,
                    const ZoomMetrics* metrics);
 
+// A zeroed cell record from the pool of records, and its return there (null is allowed). Records
+// come from large blocks shared by every sheet; nothing else may allocate or free a store's cells.
+Cell* AllocateCell();
+void ReleaseCell(Cell* cell);
+// Makes room for one more cell pointer; the array grows by about half its size, in whole
+// multiples of CellArrayStep.
+int GrowCellArray(CellArray* array);
 // Adds a zeroed cell at the end without searching, for readers that see cells in order.
 Cell* AppendCell(CellArray* array, uint32_t row, uint32_t col);
 // What StoreCell does beyond storing: mark the cell and its readers for recalculation, and fit

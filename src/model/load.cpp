@@ -18,10 +18,10 @@ static Cell* PlaceOutOfOrder(CellArray* array, uint32_t row, uint32_t col) {
     ClearCellContents(cell);
     return cell;
   }
-  Cell* cell = static_cast<Cell*>(Allocate(sizeof(Cell)));
+  Cell* cell = AllocateCell();
   if (!cell) return nullptr;
-  if (!GrowArray(&array->cells, &array->capacity, array->count + 1, CellArrayStep)) {
-    Release(cell);
+  if (!GrowCellArray(array)) {
+    ReleaseCell(cell);
     return nullptr;
   }
   std::memmove(&array->cells[index + 1], &array->cells[index],

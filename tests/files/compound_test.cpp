@@ -182,6 +182,11 @@ uint32_t ReadFromImage(const Image& image, const char16_t* name, std::vector<uin
   }
   EXPECT_EQ(LastMessage(), nullptr);
   int32_t entry = FindCompoundStream(&compound, name);
+  // Whatever is handed out where it lies must be exactly what a copy reads, and a stream that
+  // cannot be read is never handed out.
+  uint32_t placedSize = 0;
+  const uint8_t* placed =
+      entry >= 0 ? CompoundStreamInPlace(&compound, entry, &placedSize) : nullptr;
   CompoundStream stream;
   uint32_t error = CompoundOk;
   if (entry < 0) {
@@ -189,8 +194,12 @@ uint32_t ReadFromImage(const Image& image, const char16_t* name, std::vector<uin
   } else if (!ReadCompoundStream(&compound, entry, &stream)) {
     error = compound.error;
     EXPECT_EQ(Text(LastMessage()), Text(CompoundErrorText(error)));
+    EXPECT_EQ(placed, nullptr);
   } else {
     out->assign(stream.data, stream.data + stream.size);
+    if (placed) {
+      EXPECT_TRUE(std::vector<uint8_t>(placed, placed + placedSize) == *out);
+    }
     ReleaseCompoundStream(&stream);
   }
   CloseCompound(&compound);
@@ -271,6 +280,35 @@ TEST(CompoundRead, WorkbookBeforeBookAndNamesBeyondTheRoot) {
   WriteU32(image.Entry(1) + 76, 2);
   std::vector<uint8_t> read;
   EXPECT_EQ(ReadFromImage(image, u"Workbook", &read), 0xFFu);
+}
+
+// A stream in one run of sectors is read where it lies; a small one, or one whose sectors are
+// out of order, is not, and is read as a copy.
+TEST(CompoundRead, ReadsOneRunOfSectorsInPlace) {
+  for (uint32_t shift : {9u, 12u}) {
+    Image image = Build({{u"A", Pattern(100, 1)}, {u"Workbook", Pattern(20000, 2)}}, shift);
+    Image shuffled = image;
+    uint32_t first = image.streamStart[1];
+    shuffled.SetFat(first, first + 2);
+    shuffled.SetFat(first + 2, first + 1);
+    shuffled.SetFat(first + 1, first + 3);
+    for (const Image* m : {&image, &shuffled}) {
+      CompoundFile compound;
+      ASSERT_TRUE(OpenCompoundBytes(&compound, m->bytes.data(), m->bytes.size()));
+      uint32_t size = 0;
+      const uint8_t* placed =
+          CompoundStreamInPlace(&compound, FindCompoundStream(&compound, u"Workbook"), &size);
+      EXPECT_EQ(placed != nullptr, m == &image) << shift;
+      if (placed) {
+        EXPECT_EQ(size, 20000u);
+      }
+      EXPECT_EQ(CompoundStreamInPlace(&compound, FindCompoundStream(&compound, u"A"), &size),
+                nullptr);
+      CloseCompound(&compound);
+      std::vector<uint8_t> read;
+      EXPECT_EQ(ReadFromImage(*m, u"Workbook", &read), CompoundOk);
+    }
+  }
 }
 
 struct Damage {

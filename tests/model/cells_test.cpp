@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 #include <random>
 #include <utility>
 #include <vector>
@@ -113,6 +114,31 @@ TEST_F(CellsTest, StoringOverACellReusesItAndDropsItsComment) {
   EXPECT_EQ(cell->value.tag, ValueEmpty);
   EXPECT_TRUE(!cell->text && !cell->formula.bytes && !cell->precedents && !cell->isVolatile);
   EXPECT_EQ(cell->precedentCount + cell->precedentCapacity, 0u);
+}
+
+// Records come zeroed and distinct across several of the pool's blocks, and a freed record is
+// handed out again zeroed.
+TEST_F(CellsTest, CellRecordsComeZeroedAcrossBlocksAndAfterReuse) {
+  std::vector<Cell*> records;
+  unsigned char zero[sizeof(Cell)] = {};
+  for (uint32_t i = 0; i < 70000; i++) {
+    Cell* c = AllocateCell();
+    ASSERT_NE(c, nullptr);
+    ASSERT_EQ(std::memcmp(c, zero, sizeof(Cell)), 0) << i;
+    c->row = static_cast<uint16_t>(i);
+    c->xf = 7;
+    records.push_back(c);
+  }
+  std::vector<Cell*> sorted = records;
+  std::sort(sorted.begin(), sorted.end());
+  EXPECT_EQ(std::adjacent_find(sorted.begin(), sorted.end()), sorted.end());
+  for (uint32_t i = 0; i < records.size(); i += 2) ReleaseCell(records[i]);
+  for (uint32_t i = 0; i < records.size(); i += 2) {
+    records[i] = AllocateCell();
+    ASSERT_EQ(std::memcmp(records[i], zero, sizeof(Cell)), 0) << i;
+  }
+  for (uint32_t i = 1; i < records.size(); i += 2) EXPECT_EQ(records[i]->row, uint16_t(i));
+  for (Cell* c : records) ReleaseCell(c);
 }
 
 // A full-width sheet with holes, stored in random order and some cells twice: the array keeps
