@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "base/alloc.h"
+#include "base/byte_buffer.h"
 #include "base/bytes.h"
 #include "base/text.h"
 #include "files/biff_internal.h"
@@ -41,43 +42,8 @@ void ExpandRelativeTokens(FormulaTokens* tokens, uint32_t row, uint32_t col) {
 // ---------------------------------------------------------------------------------------------
 // BIFF5 to BIFF8
 
-struct ByteOut {
-  uint8_t* bytes;
-  uint32_t count;
-  uint32_t capacity;
-  bool failed;   // memory ran out
-  bool tooLong;  // past what a token string can hold
-};
-
-static uint8_t* Grow(ByteOut* out, uint32_t count) {
-  if (out->failed || out->tooLong) return nullptr;
-  if (out->count + count > 0xFFFF) {
-    out->tooLong = true;
-    return nullptr;
-  }
-  uint32_t step = out->capacity > 64 ? out->capacity : 64;
-  if (!GrowArray(&out->bytes, &out->capacity, out->count + count, step)) {
-    out->failed = true;
-    return nullptr;
-  }
-  uint8_t* p = out->bytes + out->count;
-  out->count += count;
-  return p;
-}
-
-static void Put(ByteOut* out, const uint8_t* bytes, uint32_t count) {
-  if (uint8_t* p = Grow(out, count)) std::memcpy(p, bytes, count);
-}
-
-static void PutByte(ByteOut* out, uint8_t b) {
-  Put(out, &b, 1);
-}
-
-static void PutWord(ByteOut* out, uint16_t w) {
-  uint8_t b[2];
-  WriteU16(b, w);
-  Put(out, b, 2);
-}
+// Token strings hold at most 0xFFFF bytes; a longer result is a malformed formula.
+constexpr uint32_t TokenStringLimit = 0xFFFF;
 
 // A jump whose operand must be rewritten once the new positions are known: the operand lies at
 // `at` in the output, and the target is `target` in the source, counted from `base` in the
@@ -95,8 +61,8 @@ struct Upgrade {
   uint32_t length;  // tokens in the source
   uint32_t total;   // tokens and extra data
   uint32_t extra;   // read position in the source's extra data
-  ByteOut out;
-  ByteOut extraOut;
+  ByteBuffer out;
+  ByteBuffer extraOut;
   uint32_t* map;  // source token position -> output position; 0xFFFFFFFF inside a token
   Jump* jumps;
   uint32_t jumpCount;
@@ -119,9 +85,9 @@ static void PutCorner(Upgrade* u, uint16_t row, uint8_t col, bool relativeForm) 
   // An offset of a shared formula is signed in 14 bits; widen it so that 16-bit wrapping gives
   // the same row.
   if (relativeForm && (flags & 0x8000) && (row & 0x2000)) row |= 0xC000;
-  PutWord(&u->out, row);
-  PutByte(&u->out, col);
-  PutByte(&u->out, static_cast<uint8_t>(flags >> 8));
+  PutU16(&u->out, row);
+  PutU8(&u->out, col);
+  PutU8(&u->out, static_cast<uint8_t>(flags >> 8));
 }
 
 // Words and areas: BIFF5 rows then columns, with both rows first in an area.
@@ -133,12 +99,12 @@ static void PutArea(Upgrade* u, const uint8_t* p, bool relativeForm) {
   r2 &= 0x3FFF;
   if (relativeForm && (f1 & 0x8000) && (r1 & 0x2000)) r1 |= 0xC000;
   if (relativeForm && (f2 & 0x8000) && (r2 & 0x2000)) r2 |= 0xC000;
-  PutWord(&u->out, r1);
-  PutWord(&u->out, r2);
-  PutByte(&u->out, c1);
-  PutByte(&u->out, static_cast<uint8_t>(f1 >> 8));
-  PutByte(&u->out, c2);
-  PutByte(&u->out, static_cast<uint8_t>(f2 >> 8));
+  PutU16(&u->out, r1);
+  PutU16(&u->out, r2);
+  PutU8(&u->out, c1);
+  PutU8(&u->out, static_cast<uint8_t>(f1 >> 8));
+  PutU8(&u->out, c2);
+  PutU8(&u->out, static_cast<uint8_t>(f2 >> 8));
 }
 
 // The link table entry of the workbook itself.
@@ -245,8 +211,8 @@ static void UpgradeArrayConstant(Upgrade* u) {
   uint32_t rows = ReadU16(s + u->extra + 1);
   if (rows == 0 || columns > 256) return void(u->bad = true);
   u->extra += 3;
-  PutByte(&u->extraOut, static_cast<uint8_t>(columns - 1));
-  PutWord(&u->extraOut, static_cast<uint16_t>(rows - 1));
+  PutU8(&u->extraOut, static_cast<uint8_t>(columns - 1));
+  PutU16(&u->extraOut, static_cast<uint16_t>(rows - 1));
   for (uint32_t i = 0; i < rows * columns && !u->bad; i++) {
     if (u->extra >= u->total) return void(u->bad = true);
     uint8_t type = s[u->extra];
@@ -257,15 +223,15 @@ static void UpgradeArrayConstant(Upgrade* u) {
       char16_t* text = DecodeBytes(&u->load->page, s + u->extra + 2, length);
       if (!text) return void(u->extraOut.failed = true);
       uint32_t chars = TextLength(text);
-      PutByte(&u->extraOut, 2);
-      PutWord(&u->extraOut, static_cast<uint16_t>(chars));
-      PutByte(&u->extraOut, 1);
-      for (uint32_t c = 0; c < chars; c++) PutWord(&u->extraOut, text[c]);
+      PutU8(&u->extraOut, 2);
+      PutU16(&u->extraOut, static_cast<uint16_t>(chars));
+      PutU8(&u->extraOut, 1);
+      for (uint32_t c = 0; c < chars; c++) PutU16(&u->extraOut, text[c]);
       Release(text);
       u->extra += 2 + length;
     } else if (type == 0 || type == 1 || type == 4 || type == 16) {
       if (u->extra + 9 > u->total) return void(u->bad = true);
-      Put(&u->extraOut, s + u->extra, 9);
+      PutBytes(&u->extraOut, s + u->extra, 9);
       u->extra += 9;
     } else {
       return void(u->bad = true);
@@ -278,13 +244,13 @@ static void UpgradeAreaList(Upgrade* u) {
   if (u->extra + 2 > u->total) return void(u->bad = true);
   uint32_t count = ReadU16(u->src + u->extra);
   if (u->extra + 2 + count * 6 > u->total) return void(u->bad = true);
-  PutWord(&u->extraOut, static_cast<uint16_t>(count));
+  PutU16(&u->extraOut, static_cast<uint16_t>(count));
   for (uint32_t i = 0; i < count; i++) {
     const uint8_t* a = u->src + u->extra + 2 + i * 6;
-    PutWord(&u->extraOut, ReadU16(a) & 0x3FFF);
-    PutWord(&u->extraOut, ReadU16(a + 2) & 0x3FFF);
-    PutWord(&u->extraOut, a[4]);
-    PutWord(&u->extraOut, a[5]);
+    PutU16(&u->extraOut, ReadU16(a) & 0x3FFF);
+    PutU16(&u->extraOut, ReadU16(a + 2) & 0x3FFF);
+    PutU16(&u->extraOut, a[4]);
+    PutU16(&u->extraOut, a[5]);
   }
   u->extra += 2 + count * 6;
 }
@@ -333,11 +299,11 @@ static uint32_t UpgradeToken(Upgrade* u, uint32_t p) {
       uint32_t chars = TextLength(text);
       bool wide = false;
       for (uint32_t i = 0; i < chars; i++) wide = wide || text[i] > 255;
-      PutByte(&u->out, op);
-      PutByte(&u->out, static_cast<uint8_t>(chars));
-      PutByte(&u->out, wide ? 1 : 0);
+      PutU8(&u->out, op);
+      PutU8(&u->out, static_cast<uint8_t>(chars));
+      PutU8(&u->out, wide ? 1 : 0);
       for (uint32_t i = 0; i < chars; i++)
-        wide ? PutWord(&u->out, text[i]) : PutByte(&u->out, static_cast<uint8_t>(text[i]));
+        wide ? PutU16(&u->out, text[i]) : PutU8(&u->out, static_cast<uint8_t>(text[i]));
       Release(text);
       return 2u + a[0];
     }
@@ -349,7 +315,7 @@ static uint32_t UpgradeToken(Upgrade* u, uint32_t p) {
               ? 4
               : 0;
       if (left < 1 + size) return 0;
-      Put(&u->out, s + p, 2 + size);
+      PutBytes(&u->out, s + p, 2 + size);
       return 2 + size;
     }
     case ptgAttr: {
@@ -359,7 +325,7 @@ static uint32_t UpgradeToken(Upgrade* u, uint32_t p) {
       uint32_t size = 4;
       if (kind & AttrChoose) size += (operand + 1u) * 2;
       if (left + 1 < size) return 0;
-      Put(&u->out, s + p, size);
+      PutBytes(&u->out, s + p, size);
       if (kind & AttrIf) AddJump(u, start + 2, p + 4 + operand, p + 4, start + 4);
       if (kind & AttrGoto) AddJump(u, start + 2, p + 4 + operand + 1, p + 4 + 1, start + 4 + 1);
       if (kind & AttrChoose)
@@ -369,22 +335,22 @@ static uint32_t UpgradeToken(Upgrade* u, uint32_t p) {
     }
     case ptgName:
       if (left < 14) return 0;
-      PutByte(&u->out, op);
-      PutWord(&u->out, ReadU16(a));
-      PutWord(&u->out, 0);
+      PutU8(&u->out, op);
+      PutU16(&u->out, ReadU16(a));
+      PutU16(&u->out, 0);
       return 15;
     case ptgRef:
     case ptgRefErr:
     case ptgRefN:
       if (left < 3) return 0;
-      PutByte(&u->out, op);
+      PutU8(&u->out, op);
       PutCorner(u, ReadU16(a), a[2], base == ptgRefN);
       return 4;
     case ptgArea:
     case ptgAreaErr:
     case ptgAreaN:
       if (left < 6) return 0;
-      PutByte(&u->out, op);
+      PutU8(&u->out, op);
       PutArea(u, a, base == ptgAreaN);
       return 7;
     case ptgNameX: {
@@ -393,15 +359,15 @@ static uint32_t UpgradeToken(Upgrade* u, uint32_t p) {
       if (!LinkOfName(u, static_cast<int16_t>(ReadU16(a)), ReadU16(a + 10), &link, &index))
         return u->out.failed = !u->bad, 1;
       if (link == 0xFFFF) {
-        PutByte(&u->out, static_cast<uint8_t>((op & 0x60) | ptgName));
-        PutWord(&u->out, index);
-        PutWord(&u->out, 0);
+        PutU8(&u->out, static_cast<uint8_t>((op & 0x60) | ptgName));
+        PutU16(&u->out, index);
+        PutU16(&u->out, 0);
         return 25;
       }
-      PutByte(&u->out, op);
-      PutWord(&u->out, link);
-      PutWord(&u->out, index);
-      PutWord(&u->out, 0);
+      PutU8(&u->out, op);
+      PutU16(&u->out, link);
+      PutU16(&u->out, index);
+      PutU16(&u->out, 0);
       return 25;
     }
     case ptgRef3d:
@@ -414,8 +380,8 @@ static uint32_t UpgradeToken(Upgrade* u, uint32_t p) {
       if (!LinkOf3d(u, static_cast<int16_t>(ReadU16(a)), static_cast<int16_t>(ReadU16(a + 10)),
                     static_cast<int16_t>(ReadU16(a + 12)), &link))
         return u->out.failed = !u->bad, 1;
-      PutByte(&u->out, op);
-      PutWord(&u->out, link);
+      PutU8(&u->out, op);
+      PutU16(&u->out, link);
       if (area)
         PutArea(u, a + 14, false);
       else
@@ -425,7 +391,7 @@ static uint32_t UpgradeToken(Upgrade* u, uint32_t p) {
     default: {
       uint32_t size = CopiedLength(base);
       if (size == 0xFFFF || left < size) return 0;
-      Put(&u->out, s + p, 1 + size);
+      PutBytes(&u->out, s + p, 1 + size);
       if (base == ptgArray) UpgradeArrayConstant(u);
       if (base == ptgMemArea) UpgradeAreaList(u);
       // The length of the sub-expression a memory token stands for.
@@ -446,6 +412,7 @@ int UpgradeTokens(BiffLoad* load, FormulaTokens* tokens) {
   u.length = tokens->length;
   u.total = tokens->length + static_cast<uint32_t>(tokens->extraLength);
   u.extra = u.length;
+  u.out.limit = u.extraOut.limit = TokenStringLimit;
   u.map = static_cast<uint32_t*>(Allocate((u.length + 1u) * sizeof(uint32_t)));
   if (!u.map) return FailOutOfMemory(load);
   std::memset(u.map, 0xFF, (u.length + 1u) * sizeof(uint32_t));
@@ -467,7 +434,7 @@ int UpgradeTokens(BiffLoad* load, FormulaTokens* tokens) {
     WriteU16(u.out.bytes + j.at, static_cast<uint16_t>(u.map[j.target] - j.newBase));
   }
   // Extra data that no token took goes along as it is.
-  if (!u.bad && u.extra < u.total) Put(&u.extraOut, u.src + u.extra, u.total - u.extra);
+  if (!u.bad && u.extra < u.total) PutBytes(&u.extraOut, u.src + u.extra, u.total - u.extra);
   bool failed = u.out.failed || u.extraOut.failed;
   if (u.out.tooLong || u.extraOut.tooLong) u.bad = true;
   int ok = !u.bad && !failed;

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "base/alloc.h"
+#include "base/byte_buffer.h"
 #include "base/bytes.h"
 #include "base/text.h"
 #include "files/biff_internal.h"
@@ -165,25 +166,6 @@ void WriteExternList(BiffWriter* w) {
 
 namespace {
 
-struct Bytes {
-  uint8_t* bytes;
-  uint32_t count;
-  uint32_t capacity;
-  bool failed;
-};
-
-static uint8_t* Grow(Bytes* out, uint32_t count) {
-  if (out->failed) return nullptr;
-  if (!GrowArray(&out->bytes, &out->capacity, out->count + count, 64)) {
-    out->failed = true;
-    return nullptr;
-  }
-  uint8_t* p = out->bytes + out->count;
-  std::memset(p, 0, count);
-  out->count += count;
-  return p;
-}
-
 struct Jump {
   uint32_t at;       // the operand in the output
   uint32_t target;   // in the source
@@ -196,8 +178,8 @@ struct Downgrade {
   uint32_t length;
   uint32_t total;
   uint32_t extra;  // read position in the source's extra data
-  Bytes out;
-  Bytes extraOut;
+  ByteBuffer out;
+  ByteBuffer extraOut;
   uint32_t* map;  // source token position -> output position
   Jump* jumps;
   uint32_t jumpCount, jumpCapacity;
@@ -266,7 +248,7 @@ static void DowngradeArrayConstant(Downgrade* d) {
   if (d->extra + 3 > d->total) return void(d->bad = true);
   uint32_t columns = s[d->extra] + 1u, rows = ReadU16(s + d->extra + 1) + 1u;
   d->extra += 3;
-  if (uint8_t* p = Grow(&d->extraOut, 3)) {
+  if (uint8_t* p = ByteRoom(&d->extraOut, 3)) {
     p[0] = static_cast<uint8_t>(columns == 256 ? 0 : columns);
     WriteU16(p + 1, static_cast<uint16_t>(rows));
   }
@@ -286,7 +268,7 @@ static void DowngradeArrayConstant(Downgrade* d) {
       uint8_t narrow[255];
       uint32_t n = NarrowText(d->w, text, chars, narrow, 255);
       Release(text);
-      if (uint8_t* p = Grow(&d->extraOut, 2 + n)) {
+      if (uint8_t* p = ByteRoom(&d->extraOut, 2 + n)) {
         p[0] = 2;
         p[1] = static_cast<uint8_t>(n);
         std::memcpy(p + 2, narrow, n);
@@ -294,7 +276,7 @@ static void DowngradeArrayConstant(Downgrade* d) {
       d->extra += 4 + size;
     } else if (type == 0 || type == 1 || type == 4 || type == 16) {
       if (d->extra + 9 > d->total) return void(d->bad = true);
-      if (uint8_t* p = Grow(&d->extraOut, 9)) std::memcpy(p, s + d->extra, 9);
+      if (uint8_t* p = ByteRoom(&d->extraOut, 9)) std::memcpy(p, s + d->extra, 9);
       d->extra += 9;
     } else {
       return void(d->bad = true);
@@ -307,7 +289,7 @@ static void DowngradeAreaList(Downgrade* d) {
   if (d->extra + 2 > d->total) return void(d->bad = true);
   uint32_t count = ReadU16(d->src + d->extra);
   if (d->extra + 2 + count * 8 > d->total) return void(d->bad = true);
-  uint8_t* p = Grow(&d->extraOut, 2 + count * 6);
+  uint8_t* p = ByteRoom(&d->extraOut, 2 + count * 6);
   if (!p) return;
   WriteU16(p, static_cast<uint16_t>(count));
   for (uint32_t i = 0; i < count; i++) {
@@ -337,7 +319,7 @@ static void DowngradeToken(Downgrade* d, uint32_t p, uint32_t next) {
       for (uint32_t c = 0; c < chars; c++) text[c] = wide ? ReadU16(a + 2 + 2 * c) : a[2 + c];
       uint8_t narrow[255];
       uint32_t n = NarrowText(d->w, text, chars, narrow, 255);
-      if ((o = Grow(&d->out, 2 + n))) {
+      if ((o = ByteRoom(&d->out, 2 + n))) {
         o[0] = op;
         o[1] = static_cast<uint8_t>(n);
         std::memcpy(o + 2, narrow, n);
@@ -346,7 +328,7 @@ static void DowngradeToken(Downgrade* d, uint32_t p, uint32_t next) {
     }
     case ptgAttr: {
       uint32_t size = next - p;
-      if ((o = Grow(&d->out, size))) std::memcpy(o, d->src + p, size);
+      if ((o = ByteRoom(&d->out, size))) std::memcpy(o, d->src + p, size);
       uint8_t kind = a[0];
       uint16_t operand = ReadU16(a + 1);
       if (kind & AttrIf) AddJump(d, start + 2, p + 4 + operand, start + 4);
@@ -357,7 +339,7 @@ static void DowngradeToken(Downgrade* d, uint32_t p, uint32_t next) {
       return;
     }
     case ptgName:
-      if ((o = Grow(&d->out, 15))) {
+      if ((o = ByteRoom(&d->out, 15))) {
         o[0] = op;
         WriteU16(o + 1, ReadU16(a));
       }
@@ -365,7 +347,7 @@ static void DowngradeToken(Downgrade* d, uint32_t p, uint32_t next) {
     case ptgRef:
     case ptgRefErr:
     case ptgRefN:
-      if ((o = Grow(&d->out, 4))) {
+      if ((o = ByteRoom(&d->out, 4))) {
         o[0] = op;
         WriteU16(o + 1, RowWord(d, ReadU16(a), a[3], base == ptgRefN));
         o[3] = a[2];
@@ -374,7 +356,7 @@ static void DowngradeToken(Downgrade* d, uint32_t p, uint32_t next) {
     case ptgArea:
     case ptgAreaErr:
     case ptgAreaN:
-      if ((o = Grow(&d->out, 7))) {
+      if ((o = ByteRoom(&d->out, 7))) {
         o[0] = op;
         PutArea(d, o + 1, a, base == ptgAreaN);
       }
@@ -389,7 +371,7 @@ static void DowngradeToken(Downgrade* d, uint32_t p, uint32_t next) {
           entry = d->w->bookEntries[book];
       }
       if (entry < 0) return void(d->unsayable = true);
-      if ((o = Grow(&d->out, 25))) {
+      if ((o = ByteRoom(&d->out, 25))) {
         o[0] = op;
         WriteU16(o + 1, static_cast<uint16_t>(entry + 1));
         WriteU16(o + 11, ReadU16(a + 2));
@@ -403,7 +385,7 @@ static void DowngradeToken(Downgrade* d, uint32_t p, uint32_t next) {
       bool area = base == ptgArea3d || base == ptgAreaErr3d;
       int16_t entry, first, last;
       if (!Link3d(d, ReadU16(a), &entry, &first, &last)) return void(d->unsayable = true);
-      if ((o = Grow(&d->out, area ? 21 : 18))) {
+      if ((o = ByteRoom(&d->out, area ? 21 : 18))) {
         o[0] = op;
         WriteU16(o + 1, static_cast<uint16_t>(entry));
         WriteU16(o + 11, static_cast<uint16_t>(first));
@@ -419,7 +401,7 @@ static void DowngradeToken(Downgrade* d, uint32_t p, uint32_t next) {
     }
     default: {
       uint32_t size = next - p;
-      if ((o = Grow(&d->out, size))) std::memcpy(o, d->src + p, size);
+      if ((o = ByteRoom(&d->out, size))) std::memcpy(o, d->src + p, size);
       if (base == ptgArray) DowngradeArrayConstant(d);
       if (base == ptgMemArea) DowngradeAreaList(d);
       if (base >= ptgMemArea && base <= ptgMemFunc && size >= 3) {
@@ -462,7 +444,7 @@ int DowngradeTokens(BiffWriter* w, const FormulaTokens* in, FormulaTokens* out) 
     WriteU16(d.out.bytes + j.at, static_cast<uint16_t>(d.map[j.target] - j.newBase));
   }
   if (!d.bad && !d.unsayable && d.extra < d.total) {
-    if (uint8_t* p = Grow(&d.extraOut, d.total - d.extra))
+    if (uint8_t* p = ByteRoom(&d.extraOut, d.total - d.extra))
       std::memcpy(p, d.src + d.extra, d.total - d.extra);
   }
   bool failed = d.out.failed || d.extraOut.failed;

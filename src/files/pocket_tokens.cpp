@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "base/alloc.h"
+#include "base/byte_buffer.h"
 #include "base/bytes.h"
 #include "files/pocket.h"
 #include "files/pocket_internal.h"
@@ -104,10 +105,8 @@ struct Rewrite {
   uint32_t book;
   const uint8_t* src;
   uint32_t length;
-  uint8_t* out;
-  uint32_t count;
-  uint32_t capacity;
-  uint32_t* map;  // source position of each token -> its output position; ~0 inside a token
+  ByteBuffer out;  // the rewritten tokens
+  uint32_t* map;   // source position of each token -> its output position; ~0 inside a token
   PocketJump* jumps;
   uint32_t jumpCount;
   uint32_t jumpCapacity;
@@ -115,20 +114,15 @@ struct Rewrite {
   const char* bad;  // why the source is malformed
 };
 
+// Memory lost for the output or for the rewrite's own tables.
+static bool Lost(const Rewrite* r) {
+  return r->noMemory || r->out.failed;
+}
+
 static uint8_t* Room(Rewrite* r, uint32_t n) {
-  if (r->noMemory || r->bad) return nullptr;
-  if (r->count + n > 0xFFFF) {
-    r->bad = "a formula grows too long";
-    return nullptr;
-  }
-  uint32_t step = r->capacity > 64 ? r->capacity : 64;
-  if (!GrowArray(&r->out, &r->capacity, r->count + n, step)) {
-    r->noMemory = true;
-    return nullptr;
-  }
-  uint8_t* p = r->out + r->count;
-  std::memset(p, 0, n);
-  r->count += n;
+  if (r->bad) return nullptr;
+  uint8_t* p = ByteRoom(&r->out, n);
+  if (r->out.tooLong) r->bad = "a formula grows too long";
   return p;
 }
 
@@ -137,7 +131,7 @@ static void PutBytes(Rewrite* r, const uint8_t* bytes, uint32_t n) {
 }
 
 static void PutByte(Rewrite* r, uint8_t b) {
-  PutBytes(r, &b, 1);
+  if (uint8_t* p = Room(r, 1)) *p = b;
 }
 
 static void PutWord(Rewrite* r, uint16_t w) {
@@ -168,9 +162,9 @@ static uint32_t CopyAttr(Rewrite* r, uint32_t p) {
   uint32_t size = 4;
   if (kind == AttrChoose) size += (operand + 1u) * 2;
   if (left + 1 < size) return Malformed(r, "a formula ends inside a token");
-  uint32_t start = r->count;
+  uint32_t start = r->out.count;
   PutBytes(r, r->src + p, size);
-  if (kind == AttrSum && r->out && !r->noMemory && !r->bad) WriteU16(r->out + start + 2, 0);
+  if (kind == AttrSum && r->out.bytes && !Lost(r) && !r->bad) WriteU16(r->out.bytes + start + 2, 0);
   if (kind == AttrIf) AddJump(r, start + 2, p + 4 + operand, p + 4, start + 4);
   if (kind == AttrGoto) AddJump(r, start + 2, p + 4 + operand + 1, p + 5, start + 5);
   if (kind == AttrChoose)
@@ -240,43 +234,44 @@ using TokenStep = uint32_t (*)(Rewrite* r, uint32_t p);
 // in a new block. Returns 0 on a malformed source (r->bad) or lost memory (r->noMemory).
 static int RunRewrite(Rewrite* r, TokenStep step, FormulaTokens* out) {
   *out = FormulaTokens{};
+  r->out.limit = 0xFFFF;
   r->map = static_cast<uint32_t*>(Allocate((r->length + 1u) * sizeof(uint32_t)));
   if (!r->map) {
     r->noMemory = true;
     return 0;
   }
   std::memset(r->map, 0xFF, (r->length + 1u) * sizeof(uint32_t));
-  for (uint32_t p = 0; p < r->length && !r->bad && !r->noMemory;) {
-    r->map[p] = r->count;
+  for (uint32_t p = 0; p < r->length && !r->bad && !Lost(r);) {
+    r->map[p] = r->out.count;
     uint32_t size = step(r, p);
     if (size == 0) Malformed(r, "a formula is malformed");
     p += size;
   }
-  r->map[r->length] = r->count;
-  for (uint32_t i = 0; i < r->jumpCount && !r->bad && !r->noMemory; i++) {
+  r->map[r->length] = r->out.count;
+  for (uint32_t i = 0; i < r->jumpCount && !r->bad && !Lost(r); i++) {
     const PocketJump& j = r->jumps[i];
     if (j.target > r->length || r->map[j.target] == 0xFFFFFFFF || r->map[j.target] < j.newBase) {
       Malformed(r, "a formula jumps into the middle of a token");
       break;
     }
-    WriteU16(r->out + j.at, static_cast<uint16_t>(r->map[j.target] - j.newBase));
+    WriteU16(r->out.bytes + j.at, static_cast<uint16_t>(r->map[j.target] - j.newBase));
   }
   Release(r->map);
   Release(r->jumps);
   r->map = nullptr;
   r->jumps = nullptr;
-  if (r->bad || r->noMemory) {
-    Release(r->out);
-    r->out = nullptr;
+  if (r->bad || Lost(r)) {
+    Release(r->out.bytes);
+    r->out.bytes = nullptr;
     return 0;
   }
-  if (r->count == 0) {
+  if (r->out.count == 0) {
     // An empty formula still owns a block, so that it counts as a formula.
-    r->out = static_cast<uint8_t*>(Allocate(1));
-    if (!r->out) return r->noMemory = true, 0;
+    r->out.bytes = static_cast<uint8_t*>(Allocate(1));
+    if (!r->out.bytes) return r->noMemory = true, 0;
   }
-  *out = FormulaTokens{static_cast<uint16_t>(r->count), 0, r->out};
-  r->out = nullptr;
+  *out = FormulaTokens{static_cast<uint16_t>(r->out.count), 0, r->out.bytes};
+  r->out.bytes = nullptr;
   return 1;
 }
 
@@ -370,7 +365,7 @@ int PocketToTokens(uint32_t book, const uint8_t* bytes, uint32_t length, Formula
   r.src = bytes;
   r.length = length;
   int ok = RunRewrite(&r, TokenFromFile, out);
-  if (reason) *reason = ok || r.noMemory ? nullptr : r.bad;
+  if (reason) *reason = ok || Lost(&r) ? nullptr : r.bad;
   return ok;
 }
 

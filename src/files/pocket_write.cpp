@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "base/alloc.h"
+#include "base/byte_buffer.h"
 #include "base/bytes.h"
 #include "base/text.h"
 #include "files/pocket.h"
@@ -15,44 +16,24 @@
 
 // The stream being built; with `discard` nothing is kept and only the decisions are made.
 struct PocketOut {
-  uint8_t* bytes;
-  size_t count;
-  size_t capacity;
+  ByteBuffer buffer;
   bool discard;
-  bool failed;
 };
 
-static void Put(PocketOut* out, const void* bytes, size_t n) {
-  if (out->discard || out->failed) return;
-  if (out->count + n > out->capacity) {
-    size_t grown = out->capacity ? out->capacity * 2 : 4096;
-    while (grown < out->count + n) grown *= 2;
-    void* bigger = Reallocate(out->bytes, out->capacity, grown);
-    if (!bigger) {
-      out->failed = true;
-      return;
-    }
-    out->bytes = static_cast<uint8_t*>(bigger);
-    out->capacity = grown;
-  }
-  std::memcpy(out->bytes + out->count, bytes, n);
-  out->count += n;
+static void Put(PocketOut* out, const void* bytes, uint32_t n) {
+  if (!out->discard) PutBytes(&out->buffer, bytes, n);
 }
 
 static void PutU8(PocketOut* out, uint8_t v) {
-  Put(out, &v, 1);
+  if (!out->discard) PutU8(&out->buffer, v);
 }
 
 static void PutU16(PocketOut* out, uint16_t v) {
-  uint8_t b[2];
-  WriteU16(b, v);
-  Put(out, b, 2);
+  if (!out->discard) PutU16(&out->buffer, v);
 }
 
 static void PutDouble(PocketOut* out, double d) {
-  uint8_t b[8];
-  WriteDouble(b, d);
-  Put(out, b, 8);
+  if (!out->discard) PutDouble(&out->buffer, d);
 }
 
 static void PutChars(PocketOut* out, const char16_t* text, uint32_t count) {
@@ -497,7 +478,7 @@ static int RunSave(PocketSave* save) {
   if (!WriteGlobals(save)) return 0;
   for (uint32_t s = 0; s < GetWorkbook(save->book)->sheetCount; s++)
     if (!WriteSheet(save, s)) return 0;
-  return !save->out.failed;
+  return !save->out.buffer.failed && !save->out.buffer.tooLong;
 }
 
 static void EndSave(PocketSave* save) {
@@ -524,11 +505,11 @@ int WritePocketBytes(uint32_t book, uint8_t** bytes, size_t* size, PocketDrops* 
   int ok = RunSave(&save);
   EndSave(&save);
   if (!ok) {
-    Release(save.out.bytes);
+    Release(save.out.buffer.bytes);
     return 0;
   }
-  *bytes = save.out.bytes;
-  *size = save.out.count;
+  *bytes = save.out.buffer.bytes;
+  *size = save.out.buffer.count;
   return 1;
 }
 

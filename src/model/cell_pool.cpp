@@ -65,7 +65,7 @@ Cell* AllocateCell() {
   if (freeCells) {
     cell = freeCells;
     UNPOISON(cell, sizeof(Cell));
-    std::memcpy(&freeCells, cell, sizeof(Cell*));
+    std::memcpy(&freeCells, static_cast<const void*>(cell), sizeof freeCells);
   } else {
     if (!blocks || blocks->used == CellsPerBlock) {
       auto* block = static_cast<CellBlock*>(AllocateLarge(LargeBlockSize));
@@ -84,7 +84,7 @@ Cell* AllocateCell() {
 
 void ReleaseCell(Cell* cell) {
   if (!cell) return;
-  std::memcpy(static_cast<void*>(cell), &freeCells, sizeof(Cell*));
+  std::memcpy(static_cast<void*>(cell), &freeCells, sizeof freeCells);
   POISON(cell, sizeof(Cell));
   freeCells = cell;
   if (--liveCells == 0) ReleaseBlocks();
