@@ -50,8 +50,11 @@ std::string ValueOf(const Cell* c) {
     case ValueNumber:
       std::snprintf(buffer, sizeof buffer, "n%.17g", v.number);
       return buffer;
-    case ValueText:
-      return "s" + TextToUtf8(v.text);
+    case ValueText: {
+      std::string text = "s";
+      text += TextToUtf8(v.text);
+      return text;
+    }
     case ValueBoolean:
       return v.boolean ? "b1" : "b0";
     case ValueError:
