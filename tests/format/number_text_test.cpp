@@ -35,7 +35,7 @@ std::u16string ReferenceText(double number, int digits) {
   size_t length = std::strlen(buffer);
   if (point && !hasExponent) {
     while (length > 0 && buffer[length - 1] == '0') buffer[--length] = 0;
-    if (&buffer[length - 1] == point) buffer[--length] = 0;
+    if (length > 0 && buffer + length - 1 == point) buffer[--length] = 0;
   }
   std::u16string out;
   for (size_t i = 0; i < length; i++)
