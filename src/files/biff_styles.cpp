@@ -30,16 +30,7 @@ static int ReadFont(BiffLoad* load, const BiffRecord* record) {
   if (!face) return body.overrun ? EndRecord(load, &body) : FailOutOfMemory(load);
   TextCopy(font.faceName, sizeof font.faceName / sizeof font.faceName[0], face);
   Release(face);
-  Workbook* wb = GetWorkbook(load->book);
-  if (!load->fontSeen) {
-    load->fontSeen = true;
-    Release(wb->fonts);
-    wb->fonts = nullptr;
-    wb->fontCount = 0;
-  }
-  FontRecord* added = AppendEntry(&wb->fonts, &wb->fontCount);
-  if (!added) return FailOutOfMemory(load);
-  *added = font;
+  if (!AddFileFont(load->book, &font, &load->fontSeen)) return FailOutOfMemory(load);
   return 1;
 }
 

@@ -14,6 +14,7 @@
 #include "files/pocket.h"
 #include "files/pocket_internal.h"
 #include "model/load.h"
+#include "model/styles.h"
 #include "model/workbook.h"
 
 struct PocketLoad {
@@ -415,18 +416,7 @@ static int ReadFont(PocketLoad* load) {
   font.charset = b[12];
   TextCopy(font.faceName, sizeof font.faceName / sizeof font.faceName[0], face);
   Release(face);
-  Workbook* wb = GetWorkbook(load->book);
-  if (!load->fontSeen) {
-    load->fontSeen = true;
-    Release(wb->fonts);
-    wb->fonts = nullptr;
-    wb->fontCount = 0;
-  }
-  void* grown = Reallocate(wb->fonts, wb->fontCount * sizeof(FontRecord),
-                           (wb->fontCount + 1) * sizeof(FontRecord));
-  if (!grown) return FailTold(load);
-  wb->fonts = static_cast<FontRecord*>(grown);
-  wb->fonts[wb->fontCount++] = font;
+  if (!AddFileFont(load->book, &font, &load->fontSeen)) return FailTold(load);
   return 1;
 }
 

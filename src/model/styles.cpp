@@ -275,6 +275,22 @@ int InternFont(uint32_t book, const FontRecord* font, uint16_t* index) {
   return 1;
 }
 
+int AddFileFont(uint32_t book, const FontRecord* font, bool* fileFontSeen) {
+  Workbook* wb = GetWorkbook(book);
+  if (!*fileFontSeen) {
+    *fileFontSeen = true;
+    Release(wb->fonts);
+    wb->fonts = nullptr;
+    wb->fontCount = 0;
+  }
+  FontRecord* grown =
+      static_cast<FontRecord*>(AppendOne(wb->fonts, wb->fontCount, sizeof(FontRecord)));
+  if (!grown) return 0;
+  wb->fonts = grown;
+  grown[wb->fontCount++] = *font;
+  return 1;
+}
+
 uint16_t XfForCell(uint32_t book, uint32_t sheet, uint32_t row, uint32_t col) {
   const Sheet* s = GetSheet(book, sheet);
   // A chart sheet keeps its chart where the cell store would be.

@@ -94,5 +94,9 @@ void FreeStyles(uint32_t book);
 int InternXf(uint32_t book, const Xf* xf, uint16_t* index);
 // Finds or adds a font; handles and cached metrics are not compared.
 int InternFont(uint32_t book, const FontRecord* font, uint16_t* index);
+// Appends a font read from a file. The file's first font (`*fileFontSeen` still false) first
+// clears the default fonts of the new workbook, since the file's own table replaces them.
+// Returns 0 when memory runs out.
+int AddFileFont(uint32_t book, const FontRecord* font, bool* fileFontSeen);
 // The Xf of the cell, else of its row record, else of its column record, else 15.
 uint16_t XfForCell(uint32_t book, uint32_t sheet, uint32_t row, uint32_t col);
